@@ -1,0 +1,63 @@
+#include "control/tessel_ctl.h"
+#include "platform/console.h"
+#include "platform/path.h"
+
+namespace tessel {
+
+TesselCtl::TesselCtl() {
+  tesselApacheConfigFileName = "httpd_tessel.conf";
+  activeTesselApacheConfigFilePath =
+      appendPathComponent("/etc/apache2/other", tesselApacheConfigFileName);
+  inactiveTesselApacheConfigFilePath =
+      appendPathExtension(activeTesselApacheConfigFilePath, "inactive");
+  tesselConfigDirectory = "/etc/tessel";
+  tesselApacheConfigFilePath =
+      appendPathComponent(tesselConfigDirectory, tesselApacheConfigFileName);
+  tesselConfigFilePath = appendPathComponent(tesselConfigDirectory, "tessel.plist");
+  activeTesselProxyConfigFilePath =
+      appendPathComponent(tesselConfigDirectory, "httpd_tessel_proxy.conf");
+  inactiveTesselProxyConfigFilePath =
+      appendPathExtension(activeTesselProxyConfigFilePath, "inactive");
+  tesselStartedApacheFilePath = appendPathComponent(tesselConfigDirectory, ".tesselStartedApache");
+  httpdEnvFilePath = "/etc/apache2/env.plist";
+  launchAgentsDirectory = "/Library/LaunchAgents";
+}
+
+std::unique_ptr<TesselCtl> TesselCtl::init() {
+  std::unique_ptr<TesselCtl> controller(new TesselCtl());
+  if (!controller->isInstalled()) return nullptr;
+
+  auto configuration = PropertyList::load(controller->tesselConfigFilePath);
+  if (!configuration) {
+    reportError("Tessel config file " + controller->tesselConfigFilePath + " is malformed.\n");
+    return nullptr;
+  }
+  controller->tesselConfigDictionary = std::move(*configuration);
+
+  auto environment = PropertyList::load(controller->httpdEnvFilePath);
+  if (environment) controller->httpdEnvDictionary = std::move(*environment);
+  return controller;
+}
+
+// The newlines inside two of the messages, and the bare name in one, are part of the interface.
+bool TesselCtl::isInstalled() const {
+  if (!fileManager.fileExistsAtPath(tesselConfigDirectory)) {
+    reportError("Main Tessel config directory " + tesselConfigDirectory + " is missing.");
+    return false;
+  }
+  if (!fileManager.fileExistsAtPath(tesselApacheConfigFilePath)) {
+    reportError("Apache config file " + tesselApacheConfigFileName + " is missing.\n");
+    return false;
+  }
+  if (!fileManager.fileExistsAtPath(tesselConfigFilePath)) {
+    reportError("Tessel config file " + tesselConfigFilePath + " is missing.\n");
+    return false;
+  }
+  return true;
+}
+
+bool TesselCtl::isEnabled() const {
+  return fileManager.fileExistsAtPath(activeTesselApacheConfigFilePath);
+}
+
+}  // namespace tessel

@@ -1,0 +1,36 @@
+#include "control/tessel_ctl.h"
+#include "platform/console.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr const char* kOrrinProxyTool =
+    "/Applications/Orrin.app/Contents/ServerRoot/usr/sbin/harlowctl";
+
+}  // namespace
+
+bool TesselCtl::orrinHasDefaultHTTPPorts() const {
+  return httpdEnvDictionary.value("-D ORRIN_HAS_DEFAULT_PORTS").has_value();
+}
+
+bool TesselCtl::configureServerToProxyToTessel(bool enable) const {
+  const bool active = fileManager.fileExistsAtPath(activeTesselProxyConfigFilePath);
+  if (active == enable) return true;
+  if (enable && !fileManager.fileExistsAtPath(inactiveTesselProxyConfigFilePath)) return true;
+
+  const MaybeError failure = enable
+                                 ? fileManager.createSymbolicLink(activeTesselProxyConfigFilePath,
+                                                                  inactiveTesselProxyConfigFilePath)
+                                 : fileManager.removeItem(activeTesselProxyConfigFilePath);
+  if (failure) {
+    reportError(failure->description);
+    return false;
+  }
+  (void)resultsFromCommand(kOrrinProxyTool, {"reload"});
+  printLine(enable ? "Configured Orrin to relay WebDAV traffic to Tessel."
+                   : "Configured Orrin to stop relaying WebDAV traffic to Tessel.");
+  return true;
+}
+
+}  // namespace tessel

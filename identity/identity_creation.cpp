@@ -1,0 +1,91 @@
+#include "identity/identity_manager.h"
+#include "platform/console.h"
+#include "platform/crypto.h"
+#include "platform/host.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr const char* kApachePath = "/usr/sbin/httpd";
+constexpr const char* kAccessDescription = "Access to trusted apps";
+constexpr int kValidityDays = 730;
+constexpr unsigned kKeyBits = 2048;
+
+// None, after a message, when not even this program can be trusted.
+std::optional<AccessObject> accessFor(const std::vector<std::string>& allowedExecutablePaths) {
+  AccessObject access{kAccessDescription, {}};
+  for (const std::string& path : allowedExecutablePaths) {
+    if (auto program = trustedProgram(path)) access.trustedPrograms.push_back(*program);
+  }
+  auto self = callingTrustedProgram();
+  if (!self) {
+    reportError("SecTrustedApplicationCreateFromPath error: " + self.error().description);
+    return std::nullopt;
+  }
+  access.trustedPrograms.push_back(*self);
+  return access;
+}
+
+std::optional<PrivateKey> createUserKeyPair(Keychain& keychain, const std::string& label,
+                                            const AccessObject& access) {
+  auto key = PrivateKey::generateRSA(kKeyBits);
+  const MaybeError failure = key ? keychain.addKeyPair(*key, label, access) : key.error();
+  if (failure) {
+    reportError("_createUserKeyPair error: " + failure->description);
+    return std::nullopt;
+  }
+  return *key;
+}
+
+std::optional<Certificate> createCertificate(Keychain& keychain, const std::string& name,
+                                             const PrivateKey& key) {
+  const auto serial = randomNonZeroNumber();
+  auto certificate = serial ? Certificate::createSelfSigned(
+                                  {name, localeCountryCode(), *serial, kValidityDays}, key)
+                            : Result<Certificate>(Error{"the system has no random numbers"});
+  const MaybeError failure =
+      certificate ? keychain.addCertificate(*certificate, name) : certificate.error();
+  if (failure) {
+    reportError("createSelfSignedCertificateWithPublicKey error: " + failure->description);
+    return std::nullopt;
+  }
+  return *certificate;
+}
+
+}  // namespace
+
+bool IdentityManager::createIdentityAndUpdate() {
+  const auto identity = CreateSelfSignedIdentityNamed(name, {kApachePath});
+  if (!identity) return false;
+  certificateID = CertIDForIdentity(identity);
+  return certificateID.has_value();
+}
+
+std::optional<Identity> IdentityManager::CreateSelfSignedIdentityNamed(
+    const std::string& name, const std::vector<std::string>& allowedExecutablePaths) {
+  Result<Keychain> keychain = Keychain::open(kSystemKeychainPath);
+  if (!keychain) {
+    reportError("SecKeychainOpen error: " + keychain.error().description);
+    return std::nullopt;
+  }
+  const auto access = accessFor(allowedExecutablePaths);
+  if (!access) return std::nullopt;
+  const auto key = createUserKeyPair(*keychain, name, *access);
+  if (!key) return std::nullopt;
+  const auto certificate = createCertificate(*keychain, name, *key);
+  if (!certificate) return std::nullopt;
+
+  // Only the private key and the certificate are kept.
+  (void)keychain->deletePublicKey(*key);
+  const Result<Identity> identity = keychain->identityWithCertificate(*certificate);
+  if (!identity) {
+    reportError("SecIdentityCreateWithCertificate error: " + identity.error().description);
+    return std::nullopt;
+  }
+  // An identity that could not be exported exists all the same; the next start exports it again.
+  (void)exportIdentity(*identity, *certificate, *key);
+  return *identity;
+}
+
+}  // namespace tessel

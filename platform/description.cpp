@@ -1,0 +1,89 @@
+#include "platform/description.h"
+
+#include <cstddef>
+
+namespace tessel {
+
+namespace {
+
+constexpr size_t kIndent = 4;
+
+bool isBare(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         c == '$' || c == '/' || c == ':' || c == '.';
+}
+
+std::string escaped(char c) {
+  const unsigned byte = static_cast<unsigned char>(c);
+  switch (c) {
+    case '"':
+      return "\\\"";
+    case '\\':
+      return "\\\\";
+    case '\n':
+      return "\\n";
+    case '\r':
+      return "\\r";
+    case '\t':
+      return "\\t";
+    default:
+      break;
+  }
+  if (byte >= 0x20 && byte != 0x7F) return {c};
+  const auto digit = [byte](unsigned shift) {
+    return static_cast<char>('0' + ((byte >> shift) & 7U));
+  };
+  return {'\\', digit(6), digit(3), digit(0)};
+}
+
+std::string quotedWhereNeeded(std::string_view text) {
+  bool bare = !text.empty();
+  for (const char c : text) bare = bare && isBare(c);
+  if (bare) return std::string(text);
+  std::string quoted = "\"";
+  for (const char c : text) quoted += escaped(c);
+  return quoted + '"';
+}
+
+std::string hexadecimal(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text = "<";
+  for (const char c : bytes) {
+    const unsigned byte = static_cast<unsigned char>(c);
+    text += kDigits[byte >> 4U];
+    text += kDigits[byte & 0xFU];
+  }
+  return text + '>';
+}
+
+std::string nested(const PropertyListValue& value, size_t indent) {
+  const std::string inner(indent + kIndent, ' ');
+  const std::string outer(indent, ' ');
+  if (const auto entries = value.entries()) {
+    std::string text = "{\n";
+    for (const auto& [key, entry] : *entries) {
+      text += inner + quotedWhereNeeded(key) + " = " + nested(entry, indent + kIndent) + ";\n";
+    }
+    return text + outer + "}";
+  }
+  if (const auto elements = value.elements()) {
+    std::string text = "(\n";
+    size_t left = elements->size();
+    for (const auto& element : *elements) {
+      text += inner + nested(element, indent + kIndent) + (--left > 0 ? ",\n" : "\n");
+    }
+    return text + outer + ")";
+  }
+  if (const auto string = value.string()) return quotedWhereNeeded(*string);
+  if (const auto data = value.data()) return hexadecimal(*data);
+  return quotedWhereNeeded(value.scalarText());
+}
+
+}  // namespace
+
+std::string description(const PropertyListValue& value) {
+  const auto string = value.string();
+  return string ? *string : nested(value, 0);
+}
+
+}  // namespace tessel

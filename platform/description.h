@@ -1,0 +1,27 @@
+// The text in which a value is shown to people: the old-style property-list form.
+//
+//   dictionary  {            one entry a line, "KEY = VALUE;", indented by four spaces,
+//                   a = b;   in byte order of the keys
+//               }
+//   array       (            one element a line, indented by four spaces, a comma after every
+//                   a,       element but the last
+//                   b
+//               )
+//   string      bare when it is made of ASCII letters, digits and _ $ / : . alone; otherwise in
+//               double quotes, with \" \\ \n \r \t and other control bytes as \OOO (octal)
+//   data        <0a1bff>, two lower-case hexadecimal digits a byte
+//   others      see PropertyListValue::scalarText; a date is quoted, since it holds blanks
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/property_list.h"
+
+namespace tessel {
+
+// The value's text, lines separated by "\n", without one at the end. A string that is not inside an
+// array or dictionary is itself, unquoted.
+std::string description(const PropertyListValue& value);
+
+}  // namespace tessel

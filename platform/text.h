@@ -1,0 +1,24 @@
+// Readings of text that the property-list coercions and the command runner share.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tessel {
+
+// Whether the bytes are well-formed UTF-8 (RFC 3629).
+bool isUTF8(std::string_view bytes);
+
+// The text without ASCII white space and newlines at both ends.
+std::string trimmed(std::string_view text);
+
+// The decimal integer at the start of the text after white space and an optional sign; 0 when there
+// is none, the nearest bound when it does not fit.
+std::int32_t leadingInteger(std::string_view text);
+
+// Whether the text says yes: after white space, an optional sign and zeros comes one of Y, y, T, t
+// or a digit 1 to 9.
+bool saysYes(std::string_view text);
+
+}  // namespace tessel
