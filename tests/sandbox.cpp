@@ -1,0 +1,275 @@
+#include "tests/sandbox.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kHostName = "sandbox.example.net";
+
+// Records its name and arguments, then does what a test asks of it, then plays the part.
+constexpr const char* kStandInHead = R"(#!/bin/sh
+{ printf '%s' "${0##*/}"; for a in "$@"; do printf ' [%s]' "$a"; done; echo; } >> /var/log/calls
+)";
+constexpr const char* kLaunchctl = R"([ -e /etc/launchctl.hook ] && . /etc/launchctl.hook
+case $1 in
+  list) [ -e /run/apache.loaded ] ;;
+  load) : > /run/apache.loaded ;;
+  unload) case $3 in /System/*) rm -f /run/apache.loaded ;; esac ;;
+esac
+)";
+
+Outcome execute(const std::vector<std::string>& command) {
+  std::array<int, 2> out{};
+  std::array<int, 2> err{};
+  if (pipe2(out.data(), O_CLOEXEC) != 0 || pipe2(err.data(), O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe2");
+  }
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+  std::vector<char*> argv;
+  for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+  argv.push_back(nullptr);
+  pid_t child = 0;
+  const int failure = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(out[1]);
+  close(err[1]);
+  if (failure != 0) throw std::runtime_error("cannot run " + command[0]);
+
+  Outcome outcome;
+  std::array<pollfd, 2> streams{pollfd{out[0], POLLIN, 0}, pollfd{err[0], POLLIN, 0}};
+  const std::array<std::string*, 2> texts{&outcome.output, &outcome.errors};
+  while (streams[0].fd >= 0 || streams[1].fd >= 0) {
+    poll(streams.data(), streams.size(), -1);
+    for (size_t i = 0; i < streams.size(); ++i) {
+      if (streams[i].revents == 0) continue;
+      std::array<char, 65536> buffer{};
+      const ssize_t got = ::read(streams[i].fd, buffer.data(), buffer.size());
+      if (got > 0) {
+        texts[i]->append(buffer.data(), static_cast<size_t>(got));
+      } else {
+        close(streams[i].fd);
+        streams[i].fd = -1;
+      }
+    }
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return outcome;
+}
+
+}  // namespace
+
+bool Sandbox::hasNamespaces() {
+  static const bool has = [] {
+    if (execute({"bwrap", "--unshare-uts", "--hostname", kHostName, "--bind", "/", "/", "true"})
+            .status == 0) {
+      return true;
+    }
+    if (geteuid() != 0) {
+      throw std::runtime_error("the tests need user namespaces, or to be run by root");
+    }
+    return false;
+  }();
+  return has;
+}
+
+std::string Sandbox::hostName() {
+  if (hasNamespaces()) return kHostName;
+  std::array<char, 256> name{};
+  gethostname(name.data(), name.size() - 1);
+  return name.data();
+}
+
+Sandbox::Sandbox() {
+  fs::create_directories(TESSEL_SANDBOX_ROOTS);
+  std::string pattern = std::string(TESSEL_SANDBOX_ROOTS) + "/XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  root = pattern;
+  chmod(root.c_str(), 0755);
+  fs::copy(TESSEL_SANDBOX_BASE, root,
+           fs::copy_options::recursive | fs::copy_options::create_hard_links);
+  for (const char* folder : {"/dev", "/proc", "/tmp", "/run", "/var/log", "/etc/apache2/other",
+                             "/etc/tessel", "/Library/Keychains", "/Library/LaunchAgents"}) {
+    makeFolder(folder);
+  }
+  if (!hasNamespaces()) mknod(outside("/dev/null").c_str(), S_IFCHR | 0666, makedev(1, 3));
+  write("/bin/launchctl", std::string(kStandInHead) + kLaunchctl, 0755);
+  write("/Applications/Orrin.app/Contents/ServerRoot/usr/sbin/harlowctl", kStandInHead, 0755);
+  write("/etc/tessel/httpd_tessel.conf", "# the master copy\n");
+  configure("<key>ServerPort</key><integer>8080</integer>");
+}
+
+Sandbox::~Sandbox() {
+  std::error_code ignored;
+  fs::remove_all(root, ignored);
+}
+
+std::vector<std::string> Sandbox::wrap(const std::vector<std::string>& command) const {
+  std::vector<std::string> whole;
+  if (hasNamespaces()) {
+    whole = {"bwrap",
+             "--die-with-parent",
+             "--new-session",
+             "--unshare-pid",
+             "--unshare-net",
+             "--unshare-ipc",
+             "--unshare-uts",
+             "--hostname",
+             kHostName,
+             "--bind",
+             root,
+             "/",
+             "--dev",
+             "/dev",
+             "--proc",
+             "/proc"};
+    whole.insert(whole.end(), mounts.begin(), mounts.end());
+    if (user != 0 || geteuid() != 0) {
+      whole.insert(whole.end(), {"--unshare-user", "--uid", std::to_string(user), "--gid",
+                                 std::to_string(user)});
+    }
+    if (user == 0) whole.insert(whole.end(), {"--cap-add", "ALL"});
+    whole.emplace_back("--");
+  } else {
+    const std::string id = std::to_string(user);
+    whole = {"chroot", "--userspec=" + id + ":" + id, root};
+  }
+  whole.insert(whole.end(), {"/bin/env", "-i"});
+  // Without /proc the leak checker cannot look at the process.
+  if (!hasNamespaces()) whole.emplace_back("ASAN_OPTIONS=detect_leaks=0");
+  whole.insert(whole.end(), environment.begin(), environment.end());
+  whole.insert(whole.end(), command.begin(), command.end());
+  return whole;
+}
+
+Outcome Sandbox::run(const std::vector<std::string>& command) const {
+  return execute(wrap(command));
+}
+
+Outcome Sandbox::tesselctl(const std::vector<std::string>& arguments) const {
+  std::vector<std::string> command{"/usr/sbin/tesselctl"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return run(command);
+}
+
+Outcome Sandbox::keychain(const std::vector<std::string>& arguments) const {
+  std::vector<std::string> command{"/usr/sbin/tessel-keychain"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return run(command);
+}
+
+Outcome Sandbox::shell(const std::string& script) const { return run({"/bin/sh", "-c", script}); }
+
+std::string Sandbox::merged(const std::string& arguments) const {
+  return shell("exec 2>&1; /usr/sbin/tesselctl " + arguments).output;
+}
+
+std::string Sandbox::outside(std::string_view path) const { return root + std::string(path); }
+
+void Sandbox::write(std::string_view path, std::string_view content, mode_t mode) const {
+  const fs::path file = outside(path);
+  fs::create_directories(file.parent_path());
+  fs::remove(file);  // a file of the base is shared with other sandboxes
+  std::ofstream(file, std::ios::binary) << content;
+  chmod(file.c_str(), mode);
+}
+
+std::string Sandbox::read(std::string_view path) const {
+  std::ostringstream content;
+  content << std::ifstream(outside(path), std::ios::binary).rdbuf();
+  return content.str();
+}
+
+bool Sandbox::exists(std::string_view path) const {
+  return fs::symlink_status(outside(path)).type() != fs::file_type::not_found;
+}
+
+mode_t Sandbox::mode(std::string_view path) const {
+  struct stat status {};
+  return lstat(outside(path).c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+std::string Sandbox::linkTarget(std::string_view path) const {
+  std::error_code failure;
+  return fs::read_symlink(outside(path), failure).string();
+}
+
+std::vector<std::string> Sandbox::names(std::string_view folder) const {
+  std::vector<std::string> found;
+  for (const auto& entry : fs::directory_iterator(outside(folder))) {
+    found.push_back(entry.path().filename());
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+void Sandbox::makeFolder(std::string_view path) const { fs::create_directories(outside(path)); }
+
+void Sandbox::makeLink(std::string_view path, std::string_view target) const {
+  fs::create_symlink(target, outside(path));
+}
+
+void Sandbox::remove(std::string_view path) const { fs::remove_all(outside(path)); }
+
+void Sandbox::configure(std::string_view entries) const {
+  write("/etc/tessel/tessel.plist", dictionary(entries));
+}
+
+void Sandbox::setEnvironment(std::string_view entries) const {
+  write("/etc/apache2/env.plist", dictionary(entries));
+}
+
+std::string Sandbox::environmentValue(const std::string& key) const {
+  const std::string list = read("/etc/apache2/env.plist");
+  const std::string opening = "<key>" + key + "</key>\n\t<string>";
+  const size_t found = list.find(opening);
+  if (found == std::string::npos) return "(none)";
+  const size_t begin = found + opening.size();
+  return list.substr(begin, list.find("</string>", begin) - begin);
+}
+
+void Sandbox::setApacheLoaded(bool loaded) const {
+  if (loaded) {
+    write("/run/apache.loaded", "");
+  } else {
+    remove("/run/apache.loaded");
+  }
+}
+
+bool Sandbox::apacheLoaded() const { return exists("/run/apache.loaded"); }
+
+std::string Sandbox::calls() const {
+  std::string recorded = read("/var/log/calls");
+  remove("/var/log/calls");
+  return recorded;
+}
+
+std::string dictionary(std::string_view entries) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" +
+         std::string(entries) + "</dict></plist>\n";
+}
+
+std::string red(std::string_view message) {
+  return "\033[31mError: " + std::string(message) + "\033[0m";
+}
