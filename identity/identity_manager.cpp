@@ -106,7 +106,7 @@ std::optional<Identity> IdentityManager::GetPreferredIdentityForName(const std::
   const Scan scan =
       scanCandidates(*candidates, name, others ? *others : std::vector<Certificate>());
 
-  const auto chosen = choose(scan);
+  auto chosen = choose(scan);
   if (!chosen) return std::nullopt;
   // What is exported is the candidate looked at last, under the name of the chosen one. With more
   // than one candidate the two can differ; Apache's set-up has come to rely on it.

@@ -18,7 +18,7 @@ int waitForLock(void* /*unused*/, int tries) {
 
 }  // namespace
 
-Statement::Statement(sqlite3* database, const char* sql) : result(SQLITE_OK) {
+Statement::Statement(sqlite3* database, const char* sql) {
   sqlite3_stmt* prepared = nullptr;
   result = sqlite3_prepare_v2(database, sql, -1, &prepared, nullptr);
   statement = {prepared, sqlite3_finalize};

@@ -36,7 +36,7 @@ class Statement {
  private:
   std::shared_ptr<sqlite3_stmt> statement;
   int bound = 0;
-  int result;
+  int result = 0;  // of the last call, SQLITE_OK at first
 };
 
 class Database {

@@ -193,8 +193,9 @@ Result<std::string> FileManager::readFile(const std::string& path, std::size_t l
 Result<Secret> FileManager::readSecretFile(const std::string& path, std::size_t limit) const {
   Result<std::string> content = readFile(path, limit);
   if (!content) return content.error();
-  Secret secret{*content};
-  ::explicit_bzero(content->data(), content->size());
+  std::string bytes = std::move(*content);
+  Secret secret{bytes};
+  ::explicit_bzero(bytes.data(), bytes.size());
   return secret;
 }
 

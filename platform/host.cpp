@@ -51,10 +51,12 @@ std::optional<std::string> localeCountryCode() {
 std::optional<std::string> executablePath() {
   // The path that execve(2) was given; unlike /proc/self/exe it needs no /proc. The working
   // directory has not changed since.
-  const unsigned long started = ::getauxval(AT_EXECFN);
-  if (started == 0) return std::nullopt;
-  const std::unique_ptr<char, void (*)(void*)> resolved(
-      ::realpath(reinterpret_cast<const char*>(started), nullptr), std::free);
+  const unsigned long address = ::getauxval(AT_EXECFN);
+  if (address == 0) return std::nullopt;
+  // getauxval(3) hands pointers over as numbers.
+  const char* started =
+      reinterpret_cast<const char*>(address);  // NOLINT(performance-no-int-to-ptr)
+  const std::unique_ptr<char, void (*)(void*)> resolved(::realpath(started, nullptr), std::free);
   if (!resolved) return std::nullopt;
   return std::string(resolved.get());
 }

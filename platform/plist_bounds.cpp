@@ -1,6 +1,7 @@
 #include "platform/plist_bounds.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -37,8 +38,8 @@ class XMLScanner {
   }
 
   static bool isLeaf(std::string_view name) {
-    static constexpr std::string_view kLeaves[] = {"string", "key",  "integer", "real",
-                                                   "date",   "data", "true",    "false"};
+    static constexpr std::array<std::string_view, 8> kLeaves{"string", "key",  "integer", "real",
+                                                             "date",   "data", "true",    "false"};
     return std::find(std::begin(kLeaves), std::end(kLeaves), name) != std::end(kLeaves);
   }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/certificate.h"
@@ -56,7 +57,7 @@ class Trust {
   std::shared_ptr<x509_store_st> anchors;
   std::shared_ptr<x509_store_ctx_st> context;  // uses all of the above
 
-  explicit Trust(const Certificate& certificate) : certificate(certificate) {}
+  explicit Trust(Certificate certificate) : certificate(std::move(certificate)) {}
 };
 
 }  // namespace tessel
