@@ -82,8 +82,9 @@ std::string nested(const PropertyListValue& value, size_t indent) {
 }  // namespace
 
 std::string description(const PropertyListValue& value) {
-  const auto string = value.string();
-  return string ? *string : nested(value, 0);
+  if (const auto string = value.string()) return *string;
+  const bool isScalar = !value.entries() && !value.elements() && !value.data();
+  return isScalar ? value.scalarText() : nested(value, 0);
 }
 
 }  // namespace tessel

@@ -10,7 +10,7 @@
 //   string      bare when it is made of ASCII letters, digits and _ $ / : . alone; otherwise in
 //               double quotes, with \" \\ \n \r \t and other control bytes as \OOO (octal)
 //   data        <0a1bff>, two lower-case hexadecimal digits a byte
-//   others      see PropertyListValue::scalarText; a date is quoted, since it holds blanks
+//   others      PropertyListValue::scalarText, written like a string
 #pragma once
 
 #include <string>
@@ -20,8 +20,8 @@
 
 namespace tessel {
 
-// The value's text, lines separated by "\n", without one at the end. A string that is not inside an
-// array or dictionary is itself, unquoted.
+// The value's text, lines separated by "\n", without one at the end. A string or other scalar that
+// is not inside an array or dictionary is itself, without quotes.
 std::string description(const PropertyListValue& value);
 
 }  // namespace tessel

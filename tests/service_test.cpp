@@ -1,1 +1,398 @@
+// start and stop without TLS: files, environment, launch jobs, and what each step ignores.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
 #include "tests/sandbox.h"
+
+namespace {
+
+const std::string kActive = "/etc/apache2/other/httpd_tessel.conf";
+const std::string kInactive = kActive + ".inactive";
+const std::string kMaster = "/etc/tessel/httpd_tessel.conf";
+const std::string kMarker = "/etc/tessel/.tesselStartedApache";
+const std::string kEnvironment = "/etc/apache2/env.plist";
+const std::string kList = "launchctl [list] [org.apache.httpd]\n";
+const std::string kJob = "[-w] [/System/Library/LaunchDaemons/org.apache.httpd.plist]\n";
+const std::string kLoad = "launchctl [load] " + kJob;
+const std::string kUnload = "launchctl [unload] " + kJob;
+
+void expectSilentSuccess(const Outcome& outcome) {
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.errors, "");
+}
+
+TEST(Start, FreshHost) {
+  Sandbox host;
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.linkTarget(kActive), kMaster);
+  EXPECT_EQ(host.mode(kEnvironment), 0644U);
+  EXPECT_EQ(host.environmentValue("TESSEL_SERVER_PORT"), "8080");
+  EXPECT_EQ(host.environmentValue("TESSEL_SERVER_NAME"), Sandbox::hostName());
+  EXPECT_EQ(host.environmentValue("TESSEL_SERVER_ADDR"), "(none)");
+  EXPECT_EQ(host.read(kMarker), "");
+  EXPECT_EQ(host.mode(kMarker), 0644U);
+  EXPECT_EQ(host.calls(), kList + kLoad);
+  EXPECT_EQ(host.names("/etc/apache2"), (std::vector<std::string>{"env.plist", "other"}));
+}
+
+TEST(Start, MovesTheParkedConfigurationAsItIs) {
+  Sandbox host;
+  host.write(kInactive, "edited by hand", 0600);
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.read(kActive), "edited by hand");
+  EXPECT_EQ(host.mode(kActive), 0600U);
+  EXPECT_FALSE(host.exists(kInactive));
+}
+
+TEST(Start, LeavesAnActiveConfigurationAlone) {
+  Sandbox host;
+  host.write(kActive, "active");
+  host.write(kInactive, "parked");
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.read(kActive), "active");
+  EXPECT_EQ(host.read(kInactive), "parked");
+}
+
+TEST(Start, FailsBeforeAnythingElseWhenItCannotActivate) {
+  for (const bool parked : {true, false}) {
+    Sandbox host;
+    host.makeLink(kActive, "/nowhere");
+    if (parked) host.write(kInactive, "parked");
+    const Outcome outcome = host.tesselctl({"start"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_TRUE(outcome.errors.starts_with("\033[31mError: ")) << outcome.errors;
+    EXPECT_TRUE(outcome.errors.ends_with("File exists\033[0m\n")) << outcome.errors;
+    EXPECT_EQ(host.linkTarget(kActive), "/nowhere");
+    EXPECT_EQ(host.exists(kInactive), parked);
+    EXPECT_FALSE(host.exists(kEnvironment));
+    EXPECT_EQ(host.calls(), "");
+  }
+}
+
+struct EnvironmentCase {
+  const char* configured;
+  const char* key;
+  const char* expected;
+};
+
+TEST(Start, CopiesTheConfigurationIntoTheEnvironment) {
+  const std::vector<EnvironmentCase> cases{
+      {"<key>ServerPort</key><integer>81</integer>", "TESSEL_SERVER_PORT", "81"},
+      {"<key>ServerPort</key><string>81</string>", "TESSEL_SERVER_PORT", "81"},
+      {"<key>ServerPort</key><string> 8 &amp; 1</string>", "TESSEL_SERVER_PORT", " 8 &amp; 1"},
+      {"<key>ServerPort</key><integer>-1</integer>", "TESSEL_SERVER_PORT", "-1"},
+      {"<key>ServerPort</key><integer>18446744073709551615</integer>", "TESSEL_SERVER_PORT",
+       "18446744073709551615"},
+      {"<key>ServerPort</key><real>81.5</real>", "TESSEL_SERVER_PORT", "81.5"},
+      {"<key>ServerPort</key><true/>", "TESSEL_SERVER_PORT", "1"},
+      {"<key>ServerPort</key><array><integer>8</integer></array>", "TESSEL_SERVER_PORT",
+       "(\n    8\n)"},
+      {"", "TESSEL_SERVER_PORT", "(none)"},
+      {"<key>ServerAddr</key><string>*</string>", "TESSEL_SERVER_ADDR", "*"},
+      {"<key>ServerAddr</key><string/>", "TESSEL_SERVER_ADDR", ""},
+      {"", "TESSEL_SERVER_ADDR", "(none)"},
+      {"<key>AccessGroup</key><string>a &lt;b&gt; \"c\" é %n\n</string>", "TESSEL_ACCESS_GROUP",
+       "a &lt;b&gt; \"c\" é %n\n"},
+      {"", "TESSEL_ACCESS_GROUP", "(none)"},
+      {"<key>TESSEL_SERVER_NAME</key><string>own</string>", "TESSEL_SERVER_NAME", "as it stood"},
+      {"<key>TESSEL_SERVER_NAME</key><integer>0</integer>", "TESSEL_SERVER_NAME", "as it stood"},
+      {"<key>TESSEL_SERVER_NAME</key><string/>", "TESSEL_SERVER_NAME", nullptr},
+      {"", "TESSEL_SERVER_NAME", nullptr},
+  };
+  Sandbox host;
+  for (const EnvironmentCase& tried : cases) {
+    SCOPED_TRACE(tried.configured);
+    host.configure(tried.configured);
+    host.setEnvironment(
+        "<key>TESSEL_SERVER_PORT</key><string>old</string>"
+        "<key>TESSEL_SERVER_ADDR</key><string>old</string>"
+        "<key>TESSEL_ACCESS_GROUP</key><string>old</string>"
+        "<key>TESSEL_SERVER_NAME</key><string>as it stood</string>");
+    expectSilentSuccess(host.tesselctl({"start"}));
+    EXPECT_EQ(host.environmentValue(tried.key),
+              tried.expected != nullptr ? tried.expected : Sandbox::hostName());
+  }
+}
+
+TEST(Start, TurnsTLSOffByTheGeneralReadingOfABoolean) {
+  const std::vector<const char*> off{"",
+                                     "<key>ServerSSL</key><false/>",
+                                     "<key>ServerSSL</key><integer>0</integer>",
+                                     "<key>ServerSSL</key><string>no</string>",
+                                     "<key>ServerSSL</key><string>000x</string>",
+                                     "<key>ServerSSL</key><array><true/></array>"};
+  Sandbox host;
+  for (const char* entry : off) {
+    host.configure(entry);
+    host.setEnvironment("<key>-D TESSEL_SSL</key><string/>");
+    expectSilentSuccess(host.tesselctl({"start"}));
+    EXPECT_EQ(host.environmentValue("-D TESSEL_SSL"), "(none)") << entry;
+  }
+}
+
+TEST(Start, KeepsWhatOthersPutIntoTheEnvironment) {
+  const std::string others =
+      "\t<key></key>\n\t<string></string>\n"
+      "\t<key>-D ORRIN \"x\" &lt;&amp;&gt; é\n</key>\n\t<string>  a\n\tb  </string>\n"
+      "\t<key>big</key>\n\t<integer>18446744073709551615</integer>\n"
+      "\t<key>data</key>\n\t<data>\n\tAAECAwQFBgcICQoLDA0ODw==\n\t</data>\n"
+      "\t<key>date</key>\n\t<date>1890-02-28T23:59:59Z</date>\n"
+      "\t<key>nested</key>\n\t<dict>\n\t\t<key>a</key>\n\t\t<array>\n\t\t\t<dict/>\n"
+      "\t\t\t<true/>\n\t\t\t<integer>-9223372036854775808</integer>\n\t\t</array>\n\t</dict>\n"
+      "\t<key>real</key>\n\t<real>0.10000000000000001</real>\n";
+  Sandbox host;
+  host.setEnvironment(others);
+  chmod(host.outside(kEnvironment).c_str(), 0640);
+  const bool mayChangeOwner = geteuid() == 0;
+  ASSERT_TRUE(!mayChangeOwner || chown(host.outside(kEnvironment).c_str(), 123, 456) == 0);
+  expectSilentSuccess(host.tesselctl({"start"}));
+
+  EXPECT_NE(host.read(kEnvironment).find("<dict>\n" + others), std::string::npos)
+      << host.read(kEnvironment);
+  EXPECT_EQ(host.mode(kEnvironment), 0640U);
+  struct stat status {};
+  ASSERT_EQ(stat(host.outside(kEnvironment).c_str(), &status), 0);
+  if (mayChangeOwner) {
+    EXPECT_EQ(status.st_uid, 123U);
+    EXPECT_EQ(status.st_gid, 456U);
+  }
+}
+
+TEST(Start, ReplacesAnUnusableEnvironment) {
+  const std::vector<std::string> unusable{"", "noise", "<plist><array/></plist>",
+                                          "<plist><dict><key>a</key></dict></plist>",
+                                          std::string(17 << 20, ' ')};
+  Sandbox host;
+  for (const std::string& content : unusable) {
+    host.write(kEnvironment, content);
+    expectSilentSuccess(host.tesselctl({"start"}));
+    EXPECT_EQ(host.environmentValue("TESSEL_SERVER_PORT"), "8080");
+  }
+  host.remove(kEnvironment);
+  host.makeLink(kEnvironment, "/nowhere");
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.linkTarget(kEnvironment), "");
+  EXPECT_EQ(host.environmentValue("TESSEL_SERVER_PORT"), "8080");
+}
+
+TEST(Start, AFailedEnvironmentWriteStopsNothingAndLosesNothing) {
+  Sandbox folder;
+  folder.makeFolder(kEnvironment + "/in the way");
+  expectSilentSuccess(folder.tesselctl({"start"}));
+  EXPECT_EQ(folder.names("/etc/apache2"), (std::vector<std::string>{"env.plist", "other"}));
+  EXPECT_EQ(folder.calls(), kList + kLoad);
+
+  REQUIRE_NAMESPACES();
+  Sandbox host;
+  host.makeLink(kActive, kMaster);
+  host.setEnvironment("<key>old</key><string>whole</string>");
+  const std::string old = host.read(kEnvironment);
+  host.mounts = {"--ro-bind", host.outside("/etc/apache2"), "/etc/apache2"};
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.read(kEnvironment), old);
+  EXPECT_EQ(host.calls(), kList + kLoad);
+
+  host.mounts = {"--size", "65536", "--tmpfs", "/etc/apache2"};
+  host.write("/tmp/env.plist", old);
+  const Outcome full = host.shell(
+      "mkdir /etc/apache2/other; ln -s " + kMaster + " " + kActive +
+      "; cp /tmp/env.plist /etc/apache2; dd if=/dev/zero of=/etc/apache2/fill 2>/dev/null;"
+      "tesselctl start; echo $?; ls -A /etc/apache2; cat " + kEnvironment);
+  EXPECT_EQ(full.output, "0\nenv.plist\nfill\nother\n" + old);
+}
+
+TEST(Start, ReloadsALoadedApacheAndForgetsThatItStartedIt) {
+  Sandbox host;
+  host.setApacheLoaded(true);
+  host.write(kMarker, "");
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.calls(), kList + kUnload + kLoad);
+  EXPECT_FALSE(host.exists(kMarker));
+}
+
+TEST(Start, LetsOnlyTheMessagesOfLoadThroughAndKeepsTheirOrder) {
+  Sandbox host;
+  host.setApacheLoaded(true);
+  host.write("/etc/launchctl.hook", "echo \"$1 out\"; echo \"$1 err\" >&2; [ $1 != load ] || exit 3");
+  host.configure("");
+  host.setEnvironment("<key>-D ORRIN_HAS_DEFAULT_PORTS</key><true/>");
+  host.write("/etc/tessel/httpd_tessel_proxy.conf.inactive", "");
+  EXPECT_EQ(host.merged("start; echo $?"),
+            "load out\nload err\nConfigured Orrin to relay WebDAV traffic to Tessel.\n0\n");
+}
+
+TEST(Start, CountsAnythingButSuccessOfListAsNotLoaded) {
+  for (const char* list : {"exit 7", "kill -9 $$", "kill -TERM $$"}) {
+    Sandbox host;
+    host.setApacheLoaded(true);
+    host.write("/etc/launchctl.hook", std::string("[ $1 != list ] || ") + list);
+    expectSilentSuccess(host.tesselctl({"start"}));
+    EXPECT_EQ(host.calls(), kList + kLoad) << list;
+    EXPECT_TRUE(host.exists(kMarker)) << list;
+  }
+}
+
+TEST(Start, SucceedsWithoutAServiceManager) {
+  Sandbox host;
+  host.remove("/bin/launchctl");
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_TRUE(host.exists(kMarker));
+  host.write("/bin/launchctl", "no program", 0644);
+  expectSilentSuccess(host.tesselctl({"stop"}));
+}
+
+TEST(Start, SurvivesAChildThatPrintsALot) {
+  Sandbox host;
+  const std::string flood =
+      "dd if=/dev/zero bs=1000000 count=10 2>/dev/null; "
+      "dd if=/dev/zero bs=1000000 count=10 >&2 2>/dev/null\n";
+  host.write("/etc/launchctl.hook", flood);
+  host.write("/Applications/Orrin.app/Contents/ServerRoot/usr/sbin/harlowctl",
+             "#!/bin/sh\n" + flood + "echo done > /tmp/reloaded\n", 0755);
+  host.setEnvironment("<key>-D ORRIN_HAS_DEFAULT_PORTS</key><string/>");
+  host.write("/etc/tessel/httpd_tessel_proxy.conf.inactive", "");
+  const Outcome outcome = host.tesselctl({"start"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.errors.size(), 10'000'000U);
+  EXPECT_EQ(host.read("/tmp/reloaded"), "done\n");
+}
+
+TEST(Start, PrefersTheHostsAdapterWithTheSameArguments) {
+  const std::string adapter = "/usr/libexec/tessel/host/bin/launchctl";
+  Sandbox host;
+  host.write(adapter, "#!/bin/sh\necho \"adapter $*\" >> /var/log/calls\n", 0755);
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.calls(),
+            "adapter list org.apache.httpd\n"
+            "adapter unload -w /System/Library/LaunchDaemons/org.apache.httpd.plist\n"
+            "adapter load -w /System/Library/LaunchDaemons/org.apache.httpd.plist\n");
+  host.write(adapter, "", 0644);  // not executable: no adapter
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.calls(), kList + kLoad);
+}
+
+struct StopCase {
+  bool loaded;
+  bool marker;
+  std::string calls;
+  bool loadedAfter;
+  bool markerAfter;
+};
+
+TEST(Stop, LeavesApacheAsStartFoundIt) {
+  const std::vector<StopCase> cases{
+      {true, true, kList + kUnload, false, false},
+      {true, false, kList + kUnload + kLoad, true, false},
+      {false, true, kList, false, true},
+      {false, false, kList, false, false},
+  };
+  for (const StopCase& tried : cases) {
+    Sandbox host;
+    host.makeLink(kActive, kMaster);
+    host.setApacheLoaded(tried.loaded);
+    if (tried.marker) host.write(kMarker, "");
+    expectSilentSuccess(host.tesselctl({"stop"}));
+    EXPECT_EQ(host.linkTarget(kInactive), kMaster);
+    EXPECT_FALSE(host.exists(kActive));
+    EXPECT_EQ(host.calls(), tried.calls);
+    EXPECT_EQ(host.apacheLoaded(), tried.loadedAfter);
+    EXPECT_EQ(host.exists(kMarker), tried.markerAfter);
+  }
+}
+
+TEST(Stop, SaysSoWhenAlreadyDisabledAndTouchesNothing) {
+  Sandbox host;
+  host.setApacheLoaded(true);
+  host.write(kActive, "active");
+  host.write(kInactive, "parked");
+  const Outcome outcome = host.tesselctl({"stop"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output, "Already disabled; no further action taken\n");
+  EXPECT_EQ(outcome.errors, "");
+  EXPECT_EQ(host.calls(), "");
+  EXPECT_TRUE(host.exists(kActive));
+}
+
+TEST(Stop, FailsWhenItCannotPark) {
+  const auto expectFailure = [](const Sandbox& host, const std::string& reason) {
+    const Outcome outcome = host.tesselctl({"stop"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_TRUE(outcome.errors.ends_with(reason + "\033[0m\n")) << outcome.errors;
+    EXPECT_EQ(host.calls(), "");
+  };
+  Sandbox missing;
+  missing.setApacheLoaded(true);
+  expectFailure(missing, "No such file or directory");
+
+  Sandbox inTheWay;
+  inTheWay.write(kActive, "active");
+  inTheWay.makeLink(kInactive, "/nowhere");
+  expectFailure(inTheWay, "File exists");
+  EXPECT_EQ(inTheWay.linkTarget(kInactive), "/nowhere");
+  EXPECT_EQ(inTheWay.read(kActive), "active");
+
+  REQUIRE_NAMESPACES();
+  Sandbox readOnly;
+  readOnly.write(kActive, "active");
+  readOnly.mounts = {"--ro-bind", readOnly.outside("/etc/apache2"), "/etc/apache2"};
+  expectFailure(readOnly, "Read-only file system");
+}
+
+TEST(Stop, RemovesPerUserJobsFirstWhateverHappens) {
+  const std::string folder = "/Library/LaunchAgents/";
+  const std::string job = "org.apache.httpd.tessel.user1-412.81.plist";
+  const std::string odd = ".x %s org.apache.httpd.tessel";
+  const std::string stuck = "org.apache.httpd.tessel.folder";
+  Sandbox host;
+  host.write(kInactive, "parked");
+  host.write(folder + job, "");
+  host.write(folder + odd, "");
+  host.write(folder + stuck + "/full", "");
+  host.write(folder + "org.apache.httpd.plist", "");
+  host.write(folder + "ORG.APACHE.HTTPD.TESSEL", "");
+  host.write("/etc/launchctl.hook", "echo noise; echo noise >&2; exit 1");
+
+  const Outcome outcome = host.tesselctl({"stop"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.errors, "");
+  EXPECT_TRUE(outcome.output.ends_with("Already disabled; no further action taken\n"));
+  const std::string calls = host.calls();
+  for (const std::string& name : {job, odd, stuck}) {
+    EXPECT_NE(outcome.output.find("Unloaded and removed: " + name + "\n"), std::string::npos);
+    EXPECT_NE(calls.find("launchctl [unload] [-w] [" + folder + name + "]\n"), std::string::npos);
+  }
+  EXPECT_EQ(host.names(folder), (std::vector<std::string>{"ORG.APACHE.HTTPD.TESSEL",
+                                                          "org.apache.httpd.plist", stuck}));
+}
+
+TEST(Story, ApacheRunningForAnotherPurpose) {
+  Sandbox host;
+  host.setApacheLoaded(true);
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.tesselctl({"status"}).output, "enabled\n");
+  expectSilentSuccess(host.tesselctl({"start"}));
+  expectSilentSuccess(host.tesselctl({"stop"}));
+  EXPECT_EQ(host.tesselctl({"status"}).output, "disabled\n");
+  EXPECT_TRUE(host.apacheLoaded());
+  EXPECT_EQ(host.calls(),
+            kList + kUnload + kLoad + kList + kUnload + kLoad + kList + kUnload + kLoad);
+}
+
+TEST(Story, TwoStartsMakeApacheLookLikeSomebodyElses) {
+  Sandbox host;
+  expectSilentSuccess(host.tesselctl({"start"}));
+  expectSilentSuccess(host.tesselctl({"stop"}));
+  EXPECT_FALSE(host.apacheLoaded());
+  expectSilentSuccess(host.tesselctl({"start"}));
+  expectSilentSuccess(host.tesselctl({"start"}));
+  expectSilentSuccess(host.tesselctl({"stop"}));
+  EXPECT_TRUE(host.apacheLoaded());
+}
+
+}  // namespace
