@@ -140,7 +140,9 @@ Result<Keychain> Keychain::open(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) == 0) {
     if (!S_ISREG(status.st_mode)) return Error{path + " is not a regular file"};
-    if (auto failure = keychain.openExisting()) return *failure;
+    const auto empty = keychain.openExisting();
+    if (!empty) return empty.error();
+    if (*empty) keychain.database.reset();
     return keychain;
   }
   if (errno != ENOENT) return systemError("cannot read " + path);
@@ -151,7 +153,7 @@ Result<Keychain> Keychain::open(const std::string& path) {
   return keychain;
 }
 
-MaybeError Keychain::openExisting() {
+Result<bool> Keychain::openExisting() {
   Result<Database> opened = Database::open(path);
   if (!opened) return Error{"cannot read " + path + ": " + opened.error().description};
   Statement header = opened->prepare(
@@ -159,7 +161,6 @@ MaybeError Keychain::openExisting() {
       " (SELECT user_version FROM pragma_user_version),"
       " (SELECT count(*) FROM sqlite_schema)");
   if (!header.step()) return Error{path + " is no keychain: " + opened->error().description};
-  // A file without a schema is what a run leaves that was killed before its first change.
   const bool empty = header.number(2) == 0;
   if (!empty && header.number(0) != kApplicationID) return Error{path + " is no keychain"};
   if (!empty && header.number(1) != kFormatVersion) {
@@ -167,7 +168,7 @@ MaybeError Keychain::openExisting() {
   }
   if (!opened->execute("PRAGMA foreign_keys = ON")) return opened->error();
   database = std::move(*opened);
-  return std::nullopt;
+  return empty;
 }
 
 MaybeError Keychain::prepareForWriting() {
@@ -177,7 +178,8 @@ MaybeError Keychain::prepareForWriting() {
   if (!file || ::fchmod(file.get(), kKeychainMode) != 0) {
     return systemError("cannot create " + path);
   }
-  return openExisting();
+  const auto empty = openExisting();
+  return empty ? std::nullopt : MaybeError(empty.error());
 }
 
 template <typename Function>

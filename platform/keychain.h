@@ -83,7 +83,9 @@ class Keychain {
  private:
   explicit Keychain(std::string path) : path(std::move(path)) {}
 
-  MaybeError openExisting();
+  // Whether the file is empty: it has no schema, as a run leaves it that was killed before its
+  // first change.
+  Result<bool> openExisting();
   MaybeError prepareForWriting();
   // Runs `function(const Database&)`, which returns a MaybeError, in one transaction that is undone
   // when it fails.
@@ -91,7 +93,7 @@ class Keychain {
   MaybeError change(Function function);
 
   std::string path;
-  std::optional<Database> database;  // none while there is no file
+  std::optional<Database> database;  // none while there is nothing in the file
 };
 
 }  // namespace tessel

@@ -19,7 +19,6 @@ class XMLScanner {
   explicit XMLScanner(std::string_view bytes) : rest(bytes) {}
 
   bool scan() {
-    if (rest.starts_with("\xEF\xBB\xBF")) rest.remove_prefix(3);
     while (!rest.empty()) {
       if (!takeText() || (!rest.empty() && !takeMarkup())) return false;
     }

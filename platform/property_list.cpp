@@ -171,7 +171,9 @@ Result<PropertyList> PropertyList::load(const std::string& path) {
 }
 
 Result<PropertyList> PropertyList::parse(std::string_view bytes) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   const Error malformed{"is no property list with a dictionary as its root"};
+  if (bytes.starts_with(kByteOrderMark)) bytes.remove_prefix(kByteOrderMark.size());
   if (!isBoundedPropertyList(bytes)) return malformed;
   plist_t parsed = nullptr;
   const auto length = static_cast<std::uint32_t>(bytes.size());

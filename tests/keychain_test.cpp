@@ -1,1 +1,227 @@
+// tessel-keychain: identities in and out of the system keychain.
+#include <string>
+#include <vector>
+
+#include "tests/authority.h"
 #include "tests/sandbox.h"
+
+namespace {
+
+const std::string kKeychain = "/Library/Keychains/System.keychain";
+const std::string kHeader = "ID    KIND         EXPIRES     SHA-256           LABEL\n";
+
+// The KIND and LABEL columns of the list, "ID KIND LABEL" a line.
+std::string listed(const Sandbox& host) {
+  std::string rows = host.keychain({"list"}).output;
+  if (!rows.starts_with(kHeader)) return rows;
+  rows.erase(0, kHeader.size());
+  std::string summary;
+  while (!rows.empty()) {
+    const std::string row = rows.substr(0, rows.find('\n'));
+    rows.erase(0, row.size() + 1);
+    std::string kind = row.substr(6, 11);
+    kind.erase(kind.find_last_not_of(' ') + 1);
+    summary += row.substr(0, row.find(' ')) + " " + kind + " " + row.substr(49) + "\n";
+  }
+  return summary;
+}
+
+void expectFailure(const Outcome& outcome, const std::string& part) {
+  EXPECT_EQ(outcome.status, 1) << outcome.output;
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_TRUE(outcome.errors.starts_with("tessel-keychain: ")) << outcome.errors;
+  EXPECT_NE(outcome.errors.find(part), std::string::npos) << outcome.errors;
+  EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
+}
+
+class KeychainTool : public testing::Test {
+ protected:
+  void SetUp() override {
+    const Outcome made =
+        host.shell(authorityScript() + issue("a", "a.example", "root", "DNS:a.example") +
+                   issue("b", "b.example", "middle", "DNS:b.example"));
+    ASSERT_EQ(made.status, 0) << made.errors;
+  }
+
+  Sandbox host;
+};
+
+TEST_F(KeychainTool, ImportsListsAndDeletes) {
+  EXPECT_EQ(host.keychain({"list"}).output, "The keychain is empty.\n");
+  EXPECT_FALSE(host.exists(kKeychain));
+
+  const Outcome first = host.shell("umask 0; tessel-keychain import /pki/a.pem /pki/a.key");
+  EXPECT_EQ(first.status, 0) << first.errors;
+  EXPECT_EQ(first.output, "Imported identity a.example\n");
+  EXPECT_EQ(host.mode(kKeychain), 0600U);
+
+  host.shell("cat /pki/b.pem /pki/middle.pem > /pki/chain.pem");
+  EXPECT_EQ(host.keychain({"import", "/pki/chain.pem", "/pki/b.key", "--label", "x\n\\"}).output,
+            "Imported identity x\\x0A\\x5C\n");
+  EXPECT_EQ(listed(host),
+            "2 identity a.example\n4 identity x\\x0A\\x5C\n5 certificate Test Middle\n");
+
+  EXPECT_EQ(host.keychain({"delete", "2"}).output, "Deleted item 2\n");
+  EXPECT_EQ(listed(host), "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n");
+  expectFailure(host.keychain({"delete", "2"}), "no item 2");
+  expectFailure(host.keychain({"delete", "3"}), "private key of an identity");
+  EXPECT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
+  EXPECT_EQ(listed(host),
+            "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n7 identity a.example\n");
+}
+
+TEST_F(KeychainTool, ImportingAgainChangesNothing) {
+  ASSERT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
+  const std::string before = host.read(kKeychain);
+  const Outcome again = host.keychain({"import", "/pki/a.pem", "/pki/a.key"});
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(again.output, "Nothing to do; the keychain has identity a.example\n");
+  EXPECT_EQ(host.read(kKeychain), before);
+  expectFailure(host.keychain({"import", "/pki/a.pem", "/pki/a.key", "--label", "other"}),
+                "labelled \"a.example\"");
+}
+
+TEST_F(KeychainTool, ReadsEveryUnencryptedForm) {
+  const std::vector<std::string> conversions{
+      "openssl rsa -traditional -in a.key -out key 2>/dev/null; cp a.pem cert",
+      "openssl pkcs8 -topk8 -nocrypt -in a.key -outform DER -out key; cp a.pem cert",
+      "openssl rsa -traditional -in a.key -outform DER -out key 2>/dev/null; "
+      "openssl x509 -in a.pem -outform DER -out cert",
+      "{ echo comment; cat a.key; } > key; { openssl x509 -text -in a.pem; } > cert",
+      "cp root.key key; cp root.pem cert",
+  };
+  for (const std::string& conversion : conversions) {
+    host.remove(kKeychain);
+    ASSERT_EQ(host.shell("cd /pki; " + conversion).status, 0) << conversion;
+    const Outcome outcome = host.keychain({"import", "/pki/cert", "/pki/key"});
+    EXPECT_EQ(outcome.status, 0) << conversion << outcome.errors;
+  }
+}
+
+TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
+  ASSERT_EQ(host.shell(R"(cd /pki
+    openssl rsa -traditional -aes128 -passout pass:x -in a.key -out traditional.key 2>/dev/null
+    openssl pkcs8 -topk8 -passout pass:x -in a.key -out pkcs8.key
+    openssl pkcs8 -topk8 -passout pass:x -in a.key -outform DER -out der.key
+    openssl pkey -in a.key -pubout -out public.key
+    { cat a.pem; sed 's/M/!/' b.pem; } > half.pem
+    head -c 400 a.pem > cut.pem
+    dd if=/dev/zero of=zeros bs=1000000 count=2 2>/dev/null
+    mkdir folder
+    printf '[req]\ndistinguished_name=dn\n[dn]\n' > /usr/lib/ssl/openssl.cnf
+    openssl req -x509 -key a.key -subj '/O=No common name' -out nameless.pem
+  )")
+                .status,
+            0);
+  struct Case {
+    const char* certificate;
+    const char* key;
+    const char* message;
+  };
+  const std::vector<Case> cases{
+      {"a.pem", "b.key", "does not belong"},       {"a.pem", "traditional.key", "is encrypted"},
+      {"a.pem", "pkcs8.key", "is encrypted"},      {"a.pem", "der.key", "is encrypted"},
+      {"a.pem", "public.key", "no private key"},   {"a.pem", "a.pem", "no private key"},
+      {"a.key", "a.key", "no certificate"},        {"cut.pem", "a.key", "no certificate"},
+      {"half.pem", "a.key", "broken certificate"}, {"zeros", "a.key", "larger than"},
+      {"folder", "a.key", "not a regular file"},   {"missing", "a.key", "No such file"},
+      {"a.pem", "missing", "No such file"},        {"nameless.pem", "a.key", "no common name"},
+  };
+  for (const Case& tried : cases) {
+    SCOPED_TRACE(std::string(tried.certificate) + " " + tried.key);
+    expectFailure(host.keychain({"import", std::string("/pki/") + tried.certificate,
+                                 std::string("/pki/") + tried.key}),
+                  tried.message);
+  }
+  EXPECT_EQ(host.keychain({"list"}).output, "The keychain is empty.\n");
+}
+
+TEST_F(KeychainTool, SaysWhyAKeychainCannotBeOpened) {
+  struct Case {
+    const char* damage;
+    const char* message;
+  };
+  const std::vector<Case> cases{
+      {"echo noise, long enough to be taken for a header > $K", "not a database"},
+      {"sqlite3 $K 'CREATE TABLE t (a)'", "is no keychain"},
+      {"cp /tmp/good $K; sqlite3 $K 'PRAGMA user_version = 2'", "another version"},
+      {"head -c 5000 /tmp/good > $K", "malformed"},
+      {"mkdir $K", "not a regular file"},
+      {"ln -s /nowhere $K", "link to a missing file"},
+      {"rm -r /Library/Keychains", "folder /Library/Keychains is missing"},
+  };
+  ASSERT_EQ(
+      host.shell("tessel-keychain import /pki/a.pem /pki/a.key; cp " + kKeychain + " /tmp/good")
+          .status,
+      0);
+  for (const Case& tried : cases) {
+    SCOPED_TRACE(tried.damage);
+    host.remove(kKeychain);
+    ASSERT_EQ(host.shell("K=" + kKeychain + "; " + tried.damage).status, 0);
+    expectFailure(host.keychain({"list"}), tried.message);
+    expectFailure(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}), tried.message);
+  }
+}
+
+TEST_F(KeychainTool, TakesAnEmptyFileForAnEmptyKeychainAndClosesIt) {
+  host.write(kKeychain, "", 0644);
+  EXPECT_EQ(host.keychain({"list"}).output, "The keychain is empty.\n");
+  EXPECT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
+  EXPECT_EQ(host.mode(kKeychain), 0600U);
+}
+
+TEST_F(KeychainTool, FailsWholeOnAFullDisk) {
+  REQUIRE_NAMESPACES();
+  host.mounts = {"--size", "65536", "--tmpfs", "/Library/Keychains"};
+  const Outcome outcome = host.shell(
+      "tessel-keychain import /pki/a.pem /pki/a.key;"
+      "dd if=/dev/zero of=/Library/Keychains/fill 2>/dev/null;"
+      "tessel-keychain import /pki/b.pem /pki/b.key 2>&1; echo $?; rm /Library/Keychains/fill;"
+      "tessel-keychain list | wc -l; ls /Library/Keychains");
+  EXPECT_TRUE(outcome.output.ends_with("1\n2\nSystem.keychain\n")) << outcome.output;
+}
+
+TEST_F(KeychainTool, WaitsForAnotherWriter) {
+  ASSERT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
+  const Outcome outcome = host.shell(
+      "{ echo 'BEGIN EXCLUSIVE;'; touch /tmp/locked; sleep 1; echo 'COMMIT;'; } | sqlite3 " +
+      kKeychain +
+      " & while [ ! -e /tmp/locked ]; do sleep 0.05; done; sleep 0.2;"
+      "tessel-keychain list > /tmp/list & tessel-keychain import /pki/b.pem /pki/b.key && wait");
+  EXPECT_EQ(outcome.output, "Imported identity b.example\n") << outcome.errors;
+  EXPECT_TRUE(host.read("/tmp/list").starts_with(kHeader)) << host.read("/tmp/list");
+}
+
+TEST_F(KeychainTool, ManyImportsAtOnceLoseNothing) {
+  const Outcome outcome = host.shell(
+      "cd /pki; for n in 1 2 3 4 5 6 7 8; do openssl ecparam -name prime256v1 -genkey -noout -out "
+      "$n.key; openssl req -x509 -key $n.key -subj /CN=$n -out $n.pem; done;"
+      "for n in 1 2 3 4 5 6 7 8; do tessel-keychain import $n.pem $n.key & "
+      "tessel-keychain import $n.pem $n.key & done; wait; tessel-keychain list | grep -c identity");
+  EXPECT_TRUE(outcome.output.ends_with("\n8\n")) << outcome.output << outcome.errors;
+  EXPECT_EQ(outcome.errors, "");
+}
+
+TEST(KeychainToolUsage, IsTwoForWrongWordsAndNeedsRoot) {
+  Sandbox host;
+  const std::vector<std::vector<std::string>> wrong{{},
+                                                    {"lists"},
+                                                    {"list", "x"},
+                                                    {"import", "a"},
+                                                    {"delete"},
+                                                    {"delete", "x"},
+                                                    {"delete", "0"},
+                                                    {"delete", "1x"},
+                                                    {"import", "a", "b", "--label"},
+                                                    {"delete", "1", "2", "--label", "x"}};
+  for (const auto& words : wrong) {
+    const Outcome outcome = host.keychain(words);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_TRUE(outcome.errors.starts_with("Usage: tessel-keychain list\n")) << outcome.errors;
+  }
+  host.user = 1000;
+  expectFailure(host.keychain({"list"}), "must run as root");
+}
+
+}  // namespace

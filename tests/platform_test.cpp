@@ -1,1 +1,248 @@
+// Logic with many cases: text readings, property lists and their bounds, descriptions, paths,
+// captured output.
 #include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "platform/description.h"
+#include "platform/path.h"
+#include "platform/plist_bounds.h"
+#include "platform/process.h"
+#include "platform/property_list.h"
+#include "platform/text.h"
+
+namespace tessel {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kSmallest = std::numeric_limits<std::int32_t>::min();
+
+struct Coercion {
+  const char* value;  // XML
+  bool boolean;
+  std::int32_t integer;
+};
+
+TEST(PropertyListValue, IsReadThroughTheGeneralCoercions) {
+  const std::vector<Coercion> cases{
+      {"<true/>", true, 1},
+      {"<false/>", false, 0},
+      {"<integer>0</integer>", false, 0},
+      {"<integer>-81</integer>", true, -81},
+      {"<integer>4294967377</integer>", true, kLargest},
+      {"<integer>18446744073709551615</integer>", true, kLargest},
+      {"<integer>-9223372036854775808</integer>", true, kSmallest},
+      {"<real>0.5</real>", true, 0},
+      {"<real>-81.9</real>", true, -81},
+      {"<real>-0.0</real>", false, 0},
+      {"<real>1e300</real>", true, kLargest},
+      {"<real>nan</real>", true, 0},
+      {"<string></string>", false, 0},
+      {"<string>81abc</string>", true, 81},
+      {"<string> \t+0081</string>", true, 81},
+      {"<string>-2147483649</string>", true, kSmallest},
+      {"<string>99999999999999999999</string>", true, kLargest},
+      {"<string>- 5</string>", false, 0},
+      {"<string>0x10</string>", false, 0},
+      {"<string>yes</string>", true, 0},
+      {"<string>  -00Truly</string>", true, 0},
+      {"<string>000</string>", false, 0},
+      {"<string>no yes</string>", false, 0},
+      {"<string>++1</string>", false, 0},
+      {"<array><true/></array>", false, 0},
+      {"<dict><key>a</key><true/></dict>", false, 0},
+      {"<data>AQ==</data>", false, 0},
+      {"<date>2001-01-01T00:00:01Z</date>", false, 0},
+  };
+  for (const Coercion& tried : cases) {
+    const auto list = PropertyList::parse("<dict><key>k</key>"s + tried.value + "</dict>");
+    ASSERT_TRUE(list) << tried.value;
+    EXPECT_EQ(list->value("k")->boolean(), tried.boolean) << tried.value;
+    EXPECT_EQ(list->value("k")->integer(), tried.integer) << tried.value;
+  }
+}
+
+// A binary list of these objects, the first of them the root, with offsets and references of one
+// byte.
+std::string binaryList(const std::vector<std::string>& objects) {
+  std::string bytes = "bplist00";
+  std::string offsets;
+  for (const std::string& object : objects) {
+    offsets += static_cast<char>(bytes.size());
+    bytes += object;
+  }
+  const char table = static_cast<char>(bytes.size());
+  const char count = static_cast<char>(objects.size());
+  return bytes + offsets + "\0\0\0\0\0\0\1\1"s + "\0\0\0\0\0\0\0"s + count + "\0\0\0\0\0\0\0\0"s +
+         "\0\0\0\0\0\0\0"s + table;
+}
+
+TEST(PropertyList, ReadsBinaryLists) {
+  const auto list =
+      PropertyList::parse(binaryList({"\xD2\1\2\3\4"s, "Qa", "Qb", "\x10\x51", "\xA1\5", "Qc"}));
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list->value("a")->integer(), 81);
+  EXPECT_EQ(description(list->root()), "{\n    a = 81;\n    b = (\n        c\n    );\n}");
+}
+
+// Each object refers to the next one twice: 2 to the power of their number values.
+std::string doubling(size_t levels) {
+  std::vector<std::string> objects{"\xD1\1\2"s, "Qa"};
+  for (size_t i = 0; i < levels; ++i) {
+    const char next = static_cast<char>(objects.size() + 1);
+    objects.push_back("\xA2"s + next + next);
+  }
+  objects.emplace_back("Qz");
+  return binaryList(objects);
+}
+
+TEST(PropertyList, RefusesWhatIsNotExactlyOneBoundedList) {
+  const std::vector<std::string> malformed{
+      "",
+      " \n",
+      "<dict>",
+      "<dict/><dict/>",
+      "<plist><dict/></plist> x",
+      "<plist><dict/><dict/></plist>",
+      "<plist/>",
+      "<plist><plist><dict/></plist></plist>",
+      "<dict><key>a</key></dict>",
+      "<dict><string>a</string><string>b</string></dict>",
+      "<dict><key>a</key><key>b</key></dict>",
+      "<dict></array>",
+      "<dict><!-- </dict>",
+      "<dict a=\">\"></dict>",
+      "<!DOCTYPE plist [<!ENTITY a \"b\">]><dict/>",
+      "<dict><key>a</key><string><b/></string></dict>",
+      "<dict><key>a</key><other/></dict>",
+      "text <dict/>",
+      "<array/>",
+      "<string>a</string>",
+      "{ a = b; }",
+      "bplist00",
+      binaryList({}),
+      binaryList({"Qa"}),
+      binaryList({"\xD1\1\1"s, "Qa"}).substr(0, 30),
+      binaryList({"\xD1\1\2"s, "Qa", "\xA1\2"s}),                 // an array that holds itself
+      binaryList({"\xD1\1\x09"s, "Qa"}),                          // a reference to nothing
+      binaryList({"\xDF\x13\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s}),  // a huge count
+      binaryList({"\xD1\1\2"s, "Qa", "\x5F\x13\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s}),
+      doubling(60),
+  };
+  for (const std::string& bytes : malformed) {
+    EXPECT_FALSE(PropertyList::parse(bytes)) << testing::PrintToString(bytes);
+  }
+  EXPECT_TRUE(PropertyList::parse(doubling(10)));
+  EXPECT_TRUE(
+      PropertyList::parse("\xEF\xBB\xBF<!-- <dict> --><?x <dict>?><!DOCTYPE plist><plist "
+                          "version=\"1.0\"><dict ></dict ></plist>\n<!-- end -->\n"));
+}
+
+TEST(PropertyList, EveryCutOffListIsRefusedOrStillAList) {
+  const std::string whole = "<plist><dict><key>a</key><array><true/></array></dict></plist>";
+  for (size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_FALSE(PropertyList::parse(whole.substr(0, length))) << length;
+  }
+  const std::string binary = binaryList({"\xD1\1\2"s, "Qa", "\xA1\3"s, "\x09"});
+  ASSERT_TRUE(PropertyList::parse(binary));
+  for (size_t at = 8; at < binary.size(); ++at) {
+    for (const char byte : {'\0', '\1', '\x7F', '\xFF'}) {
+      std::string damaged = binary;
+      damaged[at] = byte;
+      (void)PropertyList::parse(damaged);  // the sanitizers watch
+    }
+  }
+}
+
+TEST(Description, IsOldStyleText) {
+  const auto list = PropertyList::parse(
+      "<dict><key>z</key><true/><key>a b</key><string/><key>B</key><string>/x:1.2_$</string>"
+      "<key>q</key><string>\"\\\n\t&#1;é</string><key>data</key><data>AAr/</data>"
+      "<key>date</key><date>2150-12-31T23:59:59Z</date><key>real</key><real>0.1</real>"
+      "<key>n</key><integer>-5</integer><key>list</key><array><array/><dict/><false/></array>"
+      "</dict>");
+  ASSERT_TRUE(list);
+  EXPECT_EQ(description(list->root()), R"({
+    B = /x:1.2_$;
+    "a b" = "";
+    data = <000aff>;
+    date = "2150-12-31 23:59:59 +0000";
+    list = (
+        (
+        ),
+        {
+        },
+        0
+    );
+    n = "-5";
+    q = "\"\\\n\t\001é";
+    real = 0.1;
+    z = 1;
+})");
+  EXPECT_EQ(description(*list->value("n")), "-5");
+  EXPECT_EQ(description(*list->value("q")), "\"\\\n\t\001é");
+}
+
+TEST(Text, RecognisesUTF8) {
+  for (const std::string& text :
+       {""s, "a\0b"s, "é"s, "\xE0\xA0\x80"s, "\xED\x9F\xBF"s, "\xF4\x8F\xBF\xBF"s}) {
+    EXPECT_TRUE(isUTF8(text)) << testing::PrintToString(text);
+  }
+  for (const std::string& text : {"\x80"s, "\xC0\x80"s, "\xC3"s, "\xE0\x9F\xBF"s, "\xED\xA0\x80"s,
+                                  "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "a\xFFz"s}) {
+    EXPECT_FALSE(isUTF8(text)) << testing::PrintToString(text);
+  }
+}
+
+TEST(Path, Components) {
+  EXPECT_EQ(appendPathComponent("/a/", "b"), "/a/b");
+  EXPECT_EQ(appendPathComponent("/", "b"), "/b");
+  EXPECT_EQ(appendPathExtension("/a/x.conf", "inactive"), "/a/x.conf.inactive");
+  struct Case {
+    const char* path;
+    const char* last;
+    const char* parent;
+  };
+  const std::vector<Case> cases{{"/a/b", "b", "/a"}, {"/a/b//", "b", "/a"}, {"/a", "a", "/"},
+                                {"a", "a", "."},     {"/", "/", "/"},       {"///", "/", "/"},
+                                {"", "", "."},       {"a/b", "b", "a"},     {"/a//b", "b", "/a"}};
+  for (const Case& tried : cases) {
+    EXPECT_EQ(lastPathComponent(tried.path), tried.last) << tried.path;
+    EXPECT_EQ(parentDirectory(tried.path), tried.parent) << tried.path;
+  }
+}
+
+TEST(Process, CapturesBothStreamsWhileTheChildRuns) {
+  const auto output = captureProgram(
+      "/bin/sh", {"-c",
+                  "for i in 1 2 3; do head -c 1000000 /dev/zero; head -c 1000000 /dev/zero "
+                  ">&2; done; exit 7"});
+  ASSERT_TRUE(output);
+  EXPECT_EQ(output->standardOutput.size(), 3'000'000U);
+  EXPECT_EQ(output->standardError.size(), 3'000'000U);
+}
+
+TEST(Process, ReportsHowAProgramEnded) {
+  EXPECT_EQ(*runProgram("/bin/sh", {"-c", "exit 3"}, Streams::Discarded), 3);
+  EXPECT_EQ(*runProgram("/bin/sh", {"-c", "kill -9 $$"}, Streams::Discarded), 137);
+  const auto missing = runProgram("/no/such/program", {}, Streams::Discarded);
+  ASSERT_FALSE(missing);
+  EXPECT_EQ(missing.error().description, "cannot run /no/such/program: No such file or directory");
+  EXPECT_EQ(captureProgram("/etc/passwd", {}).error().description,
+            "cannot run /etc/passwd: Permission denied");
+}
+
+TEST(Process, StartsChildrenWithTheUsualSignals) {
+  ASSERT_TRUE(prepareProcess());
+  const auto output = captureProgram("/bin/sh", {"-c", "kill -PIPE $$; echo alive"});
+  ASSERT_TRUE(output);
+  EXPECT_EQ(output->standardOutput, "");
+}
+
+}  // namespace
+}  // namespace tessel

@@ -202,7 +202,8 @@ TEST(Start, AFailedEnvironmentWriteStopsNothingAndLosesNothing) {
   const Outcome full = host.shell(
       "mkdir /etc/apache2/other; ln -s " + kMaster + " " + kActive +
       "; cp /tmp/env.plist /etc/apache2; dd if=/dev/zero of=/etc/apache2/fill 2>/dev/null;"
-      "tesselctl start; echo $?; ls -A /etc/apache2; cat " + kEnvironment);
+      "tesselctl start; echo $?; ls -A /etc/apache2; cat " +
+      kEnvironment);
   EXPECT_EQ(full.output, "0\nenv.plist\nfill\nother\n" + old);
 }
 
@@ -218,7 +219,8 @@ TEST(Start, ReloadsALoadedApacheAndForgetsThatItStartedIt) {
 TEST(Start, LetsOnlyTheMessagesOfLoadThroughAndKeepsTheirOrder) {
   Sandbox host;
   host.setApacheLoaded(true);
-  host.write("/etc/launchctl.hook", "echo \"$1 out\"; echo \"$1 err\" >&2; [ $1 != load ] || exit 3");
+  host.write("/etc/launchctl.hook",
+             "echo \"$1 out\"; echo \"$1 err\" >&2; [ $1 != load ] || exit 3");
   host.configure("");
   host.setEnvironment("<key>-D ORRIN_HAS_DEFAULT_PORTS</key><true/>");
   host.write("/etc/tessel/httpd_tessel_proxy.conf.inactive", "");
@@ -367,8 +369,8 @@ TEST(Stop, RemovesPerUserJobsFirstWhateverHappens) {
     EXPECT_NE(outcome.output.find("Unloaded and removed: " + name + "\n"), std::string::npos);
     EXPECT_NE(calls.find("launchctl [unload] [-w] [" + folder + name + "]\n"), std::string::npos);
   }
-  EXPECT_EQ(host.names(folder), (std::vector<std::string>{"ORG.APACHE.HTTPD.TESSEL",
-                                                          "org.apache.httpd.plist", stuck}));
+  EXPECT_EQ(host.names(folder),
+            (std::vector<std::string>{"ORG.APACHE.HTTPD.TESSEL", "org.apache.httpd.plist", stuck}));
 }
 
 TEST(Story, ApacheRunningForAnotherPurpose) {
