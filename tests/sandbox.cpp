@@ -113,7 +113,13 @@ Sandbox::Sandbox() {
                              "/etc/tessel", "/Library/Keychains", "/Library/LaunchAgents"}) {
     makeFolder(folder);
   }
-  if (!hasNamespaces()) mknod(outside("/dev/null").c_str(), S_IFCHR | 0666, makedev(1, 3));
+  if (!hasNamespaces()) {
+    mknod(outside("/dev/null").c_str(), S_IFCHR | 0666, makedev(1, 3));
+    mknod(outside("/dev/zero").c_str(), S_IFCHR | 0666, makedev(1, 5));
+    // What the sanitizers read of /proc. Their leak checker needs more of it than that.
+    write("/proc/self/environ", std::string_view("ASAN_OPTIONS=detect_leaks=0\0", 28));
+    makeLink("/proc/self/exe", "/usr/sbin/tesselctl");
+  }
   write("/bin/launchctl", std::string(kStandInHead) + kLaunchctl, 0755);
   write("/Applications/Orrin.app/Contents/ServerRoot/usr/sbin/harlowctl", kStandInHead, 0755);
   write("/etc/tessel/httpd_tessel.conf", "# the master copy\n");
@@ -156,8 +162,6 @@ std::vector<std::string> Sandbox::wrap(const std::vector<std::string>& command) 
     whole = {"chroot", "--userspec=" + id + ":" + id, root};
   }
   whole.insert(whole.end(), {"/bin/env", "-i"});
-  // Without /proc the leak checker cannot look at the process.
-  if (!hasNamespaces()) whole.emplace_back("ASAN_OPTIONS=detect_leaks=0");
   whole.insert(whole.end(), environment.begin(), environment.end());
   whole.insert(whole.end(), command.begin(), command.end());
   return whole;
