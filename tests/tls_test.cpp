@@ -103,14 +103,14 @@ TEST_F(TLS, StoryFromAFreshHostToAClientAndBack) {
             kScript + "\n");
 
   // A server that reads what Apache would read, and a client that trusts that certificate.
-  const Outcome client =
-      host.shell("openssl s_server -accept 8443 -key " + keyPath(id) + " -cert " +
-                 certificatePath(id) + " -pass pass:$(" + kScript +
-                 ") -www > /tmp/server.log 2>&1 & "
-                 "for i in 1 2 3 4 5 6 7 8 9; do sleep 0.2; "
-                 "echo Q | timeout 10 openssl s_client -connect 127.0.0.1:8443 -CAfile " +
-                 certificatePath(id) + " -x509_strict -verify_return_error -verify_hostname " +
-                 kName + " > /tmp/client.log 2>&1 && break; done; kill $!; grep 'Verif' /tmp/client.log");
+  const Outcome client = host.shell(
+      "openssl s_server -accept 8443 -key " + keyPath(id) + " -cert " + certificatePath(id) +
+      " -pass pass:$(" + kScript +
+      ") -www > /tmp/server.log 2>&1 & "
+      "for i in 1 2 3 4 5 6 7 8 9; do sleep 0.2; "
+      "echo Q | timeout 10 openssl s_client -connect 127.0.0.1:8443 -CAfile " +
+      certificatePath(id) + " -x509_strict -verify_return_error -verify_hostname " + kName +
+      " > /tmp/client.log 2>&1 && break; done; kill $!; grep 'Verif' /tmp/client.log");
   EXPECT_NE(client.output.find("Verify return code: 0 (ok)"), std::string::npos)
       << host.read("/tmp/client.log") << host.read("/tmp/server.log");
 
