@@ -190,7 +190,9 @@ Result<Certificate> Certificate::createSelfSigned(const CertificateRequest& requ
   if (!isASCII(request.commonName)) return Error{"a DNS name holds ASCII characters only"};
   auto certificate = share(X509_new());
   const NamePointer subject = subjectOf(request);
-  if (!certificate || !subject) return opensslError();
+  if (!certificate || !subject) {
+    return Error{"the name cannot be put into a certificate: " + opensslError().description};
+  }
 
   constexpr long kVersion3 = 2;
   X509* raw = certificate.get();
