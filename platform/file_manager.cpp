@@ -94,6 +94,11 @@ bool FileManager::fileExistsAtPath(const std::string& path) const {
   return ::stat(path.c_str(), &status) == 0;
 }
 
+bool FileManager::directoryExistsAtPath(const std::string& path) const {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 MaybeError FileManager::moveItem(const std::string& from, const std::string& to) const {
   if (!renameWithoutReplacing(from, to)) return systemError("cannot move " + from + " to " + to);
   syncParentDirectory(to);
@@ -121,6 +126,18 @@ MaybeError FileManager::createFile(const std::string& path, mode_t mode) const {
   if (!file || !file.fill("", mode, nullptr) || !file.publish(path)) {
     return systemError("cannot create " + path);
   }
+  return std::nullopt;
+}
+
+MaybeError FileManager::createDirectory(const std::string& path, mode_t mode) const {
+  if (::mkdir(path.c_str(), mode) != 0) {
+    const int code = errno;
+    if (code == EEXIST && directoryExistsAtPath(path)) return std::nullopt;
+    return systemError("cannot make the folder " + path, code);
+  }
+  // mkdir(2) takes the caller's umask away from the mode.
+  if (::chmod(path.c_str(), mode) != 0) return systemError("cannot set the mode of " + path);
+  syncParentDirectory(path);
   return std::nullopt;
 }
 

@@ -30,6 +30,9 @@ class FileManager {
   // present. What cannot be looked at counts as absent.
   bool fileExistsAtPath(const std::string& path) const;
 
+  // Whether a folder, or a link to one, exists at the path.
+  bool directoryExistsAtPath(const std::string& path) const;
+
   // Renames an item, a link as a link. Fails when anything stands at the destination, a dangling
   // link included; both names then stay as they were.
   MaybeError moveItem(const std::string& from, const std::string& to) const;
@@ -43,6 +46,10 @@ class FileManager {
   // Puts an empty file with exactly this mode at the path, in place of any file or link there. It
   // is a new file: whoever has the old one open does not see what is written later.
   MaybeError createFile(const std::string& path, mode_t mode) const;
+
+  // Makes a folder with exactly this mode. A folder that is there already is left as it is, and
+  // that is success.
+  MaybeError createDirectory(const std::string& path, mode_t mode) const;
 
   // Overwrites an existing regular file, which keeps its mode and owner. A write that fails leaves
   // the file empty rather than cut off.

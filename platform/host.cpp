@@ -1,11 +1,14 @@
 #include "platform/host.h"
 
+#include <pwd.h>
 #include <sys/auxv.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "platform/text.h"
 
@@ -26,6 +29,20 @@ std::optional<std::string> hostName() {
   std::string name(buffer.data());
   if (!isUTF8(name)) return std::nullopt;
   return name;
+}
+
+std::optional<std::string> homeDirectory(const std::string& user) {
+  constexpr size_t kLargestEntry = 1UL << 20U;
+  passwd entry{};
+  passwd* found = nullptr;
+  for (std::vector<char> texts(1024);; texts.resize(2 * texts.size())) {
+    const int failure =
+        user.empty() ? ::getpwuid_r(::geteuid(), &entry, texts.data(), texts.size(), &found)
+                     : ::getpwnam_r(user.c_str(), &entry, texts.data(), texts.size(), &found);
+    if (failure == ERANGE && texts.size() < kLargestEntry) continue;
+    if (found == nullptr || *found->pw_dir == '\0') return std::nullopt;
+    return std::string(found->pw_dir);
+  }
 }
 
 std::optional<std::string> localeCountryCode() {

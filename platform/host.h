@@ -14,6 +14,10 @@ uid_t effectiveUserID();
 // or the name is not UTF-8.
 std::optional<std::string> hostName();
 
+// The home directory that the user database has for a user; for the empty name, for the effective
+// user. None for an unknown user and for one without a home directory.
+std::optional<std::string> homeDirectory(const std::string& user);
+
 // The two-letter territory (ISO 3166-1) of the current locale, which is the first of LC_ALL and
 // LANG that is set and not empty, whether or not it is installed: AT for de_AT.UTF-8. None for
 // locales without one (C, POSIX, es_419).

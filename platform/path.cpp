@@ -34,4 +34,13 @@ std::string parentDirectory(std::string_view path) {
   return std::string(withoutTrailingSlashes(path.substr(0, slash + 1)));
 }
 
+bool hasPathComponent(std::string_view path, std::string_view component) {
+  for (;;) {
+    const size_t slash = path.find('/');
+    if (path.substr(0, slash) == component) return true;
+    if (slash == std::string_view::npos) return false;
+    path.remove_prefix(slash + 1);
+  }
+}
+
 }  // namespace tessel

@@ -19,4 +19,7 @@ std::string lastPathComponent(std::string_view path);
 // Everything before the last component: "." for a bare name, "/" for what stands in the root.
 std::string parentDirectory(std::string_view path);
 
+// Whether one of the texts between the path's slashes is exactly this one.
+bool hasPathComponent(std::string_view path, std::string_view component);
+
 }  // namespace tessel

@@ -199,6 +199,14 @@ void PropertyList::setString(const std::string& key, const std::string& text) {
   plist_dict_set_item(dictionary.get(), key.c_str(), plist_new_string(text.c_str()));
 }
 
+void PropertyList::setStrings(const std::string& key, const std::vector<std::string>& texts) {
+  plist_t array = plist_new_array();
+  for (const std::string& text : texts) {
+    plist_array_append_item(array, plist_new_string(text.c_str()));
+  }
+  plist_dict_set_item(dictionary.get(), key.c_str(), array);
+}
+
 void PropertyList::setValue(const std::string& key, const PropertyListValue& value) {
   plist_dict_set_item(dictionary.get(), key.c_str(), plist_copy(value.node));
 }

@@ -67,8 +67,9 @@ class PropertyList {
   // The root, for reading it as a whole.
   PropertyListValue root() const;
 
-  // Stores a text, which must be UTF-8, or a copy of a value of any list.
+  // Stores a text, an array of texts, all of which must be UTF-8, or a copy of a value of any list.
   void setString(const std::string& key, const std::string& text);
+  void setStrings(const std::string& key, const std::vector<std::string>& texts);
   void setValue(const std::string& key, const PropertyListValue& value);
   void remove(const std::string& key);
 

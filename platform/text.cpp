@@ -55,6 +55,15 @@ bool isUTF8(std::string_view bytes) {
   return true;
 }
 
+bool isXMLText(std::string_view bytes) {
+  const auto isRefused = [](char c) {
+    return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n';
+  };
+  return isUTF8(bytes) && std::none_of(bytes.begin(), bytes.end(), isRefused) &&
+         bytes.find("\xEF\xBF\xBE") == std::string_view::npos &&
+         bytes.find("\xEF\xBF\xBF") == std::string_view::npos;
+}
+
 std::string trimmed(std::string_view text) {
   skipBlanks(text);
   return std::string(text.substr(0, text.find_last_not_of(kBlanks) + 1));

@@ -10,6 +10,11 @@ namespace tessel {
 // Whether the bytes are well-formed UTF-8 (RFC 3629).
 bool isUTF8(std::string_view bytes);
 
+// Whether the bytes are UTF-8 that comes back unchanged from an XML file: without the control bytes
+// that XML cannot hold (all below 0x20 but tab and newline) or reads as another (carriage return),
+// and without U+FFFE and U+FFFF (Extensible Markup Language 1.0, sections 2.2 and 2.11).
+bool isXMLText(std::string_view bytes);
+
 // The text without ASCII white space and newlines at both ends.
 std::string trimmed(std::string_view text);
 
