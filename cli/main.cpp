@@ -38,10 +38,23 @@ int stop(TesselCtl& controller, const std::vector<std::string>& /*arguments*/) {
   return controller.stop() ? kSuccess : kFailure;
 }
 
+int shares(TesselCtl& controller, const std::vector<std::string>& /*arguments*/) {
+  controller.showShares();
+  return kSuccess;
+}
+
+// Without a path there is nothing to do, which is no error.
+int share(TesselCtl& controller, const std::vector<std::string>& arguments) {
+  return arguments.size() < 3 || controller.addShare(arguments[2]) ? kSuccess : kFailure;
+}
+
+int unshare(TesselCtl& controller, const std::vector<std::string>& arguments) {
+  return arguments.size() < 3 || controller.removeShare(arguments[2]) ? kSuccess : kFailure;
+}
+
 constexpr std::array kCommands{
-    Command{"status", status},
-    Command{"start", start},
-    Command{"stop", stop},
+    Command{"status", status}, Command{"start", start}, Command{"stop", stop},
+    Command{"shares", shares}, Command{"share", share}, Command{"unshare", unshare},
 };
 
 std::string usageText(const std::string& executableName) {

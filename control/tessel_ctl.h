@@ -11,6 +11,7 @@
 #include "identity/identity_manager.h"
 #include "platform/file_manager.h"
 #include "platform/property_list.h"
+#include "shares/share_point.h"
 
 namespace tessel {
 
@@ -75,6 +76,35 @@ class TesselCtl {
   // did. False, after a message, when the link cannot be made or removed.
   bool configureServerToProxyToTessel(bool enable) const;
 
+  // probes.cpp
+
+  // Has Apache reread its configuration without dropping connections. Prints "Gracefully restarted
+  // httpd" when that fails, and nothing when it works.
+  void restartHTTPDGracefully() const;
+
+  // shares/share_listing.cpp
+
+  // Every share point with a name and a path, in the directory's order. None when there is no
+  // directory service to ask; empty when its records cannot be read.
+  std::optional<std::vector<ShareSummary>> sharePointDictionaries() const;
+
+  // Prints them as a table. No directory service looks like no share points.
+  void showShares() const;
+
+  // shares/share_addition.cpp
+
+  // Shares a folder over WebDAV under its last name: makes a share point, and then restarts Apache
+  // gracefully, or updates the one of that name whatever folder it has. False, after a message,
+  // when the folder is refused or its record cannot be made or changed.
+  bool addShare(const std::string& path) const;
+
+  // shares/share_removal.cpp
+
+  // Withdraws the share point with the path's last name from WebDAV: deletes it unless another
+  // service has a flag on it, then restarts Apache gracefully. False, after a message, when there
+  // is none or it cannot be changed.
+  bool removeShare(const std::string& path) const;
+
   // identity/certificate_check.cpp
 
   // Makes sure that a TLS identity is exported and that Apache's environment names it. False, after
@@ -89,6 +119,7 @@ class TesselCtl {
   void updateEnvironment();
   void setEnvironmentValue(const std::string& key, const std::optional<PropertyListValue>& value);
   void removeUserJobs() const;
+  bool isShareable(const std::string& path) const;
 
   std::optional<std::string> docPtr;  // reserved
   FileManager fileManager;
