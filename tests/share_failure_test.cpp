@@ -1,0 +1,175 @@
+// share and unshare on a host that does not let them: what they say, and what is left.
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/share_records.h"
+
+namespace {
+
+const std::string kFile = kRecordFolder + "/Projects.plist";
+const std::string kEntries = nameAndPath("Projects", "/old");
+
+void expectFailure(const Outcome& outcome, const std::string& output,
+                   const std::vector<std::string>& messages) {
+  std::string errors;
+  for (const std::string& message : messages) errors += red(message) + "\n";
+  EXPECT_EQ(outcome.output, output);
+  EXPECT_EQ(outcome.errors, errors);
+  EXPECT_EQ(outcome.status, 1);
+}
+
+const std::string kNoRecord = "No existing share point named Projects\n";
+const std::string kNoFlags =
+    "Share point is not SMB shared\nShare point is not AFP shared\n"
+    "No other shares; deleting share point\n";
+
+TEST(ShareFailure, NothingIsOverwrittenThatIsNoRecord) {
+  const std::string notAList = kFile + " is no property list with a dictionary as its root";
+  const std::vector<std::pair<void (*)(const ShareHost&), std::string>> cases{
+      {[](const ShareHost& host) { host.makeFolder(kFile); },
+       "cannot read " + kFile + ": not a regular file"},
+      {[](const ShareHost& host) { host.makeLink(kFile, "/nowhere"); },
+       "cannot read " + kFile + ": No such file or directory"},
+      {[](const ShareHost& host) { host.write(kFile, ""); }, notAList},
+      {[](const ShareHost& host) { host.write(kFile, "<plist><array/></plist>"); }, notAList},
+      {[](const ShareHost& host) { host.write(kFile, "someone's notes\n"); }, notAList},
+      {[](const ShareHost& host) {
+         host.record("Projects.plist",
+                     "<key>a</key><string>" + std::string(17U << 20U, 'x') + "</string>");
+       },
+       "cannot read " + kFile + ": larger than 16777216 bytes"},
+  };
+  for (const auto& [damage, reason] : cases) {
+    ShareHost host;
+    host.makeFolder(kRecordFolder);
+    damage(host);
+    const std::string before = host.shell("ls -l --time-style=full-iso " + kRecordFolder).output;
+    expectFailure(
+        host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
+        {"Cannot create new record", "nothing is overwritten at " + kFile + ": " + reason});
+    expectFailure(host.tesselctl({"unshare", "Projects"}), "", {"No share point named 'Projects'"});
+    EXPECT_EQ(host.shell("ls -l --time-style=full-iso " + kRecordFolder).output, before);
+    EXPECT_EQ(host.tesselctl({"shares"}).output, kNoShares);
+    EXPECT_EQ(host.calls(), "");
+  }
+}
+
+TEST(ShareFailure, AFileInTheFoldersPlace) {
+  ShareHost host;
+  host.write(kRecordFolder, "");
+  expectFailure(
+      host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
+      {"Cannot create new record", "cannot make the folder " + kRecordFolder + ": File exists"});
+  expectFailure(host.tesselctl({"unshare", "Projects"}), "", {"No share point named 'Projects'"});
+}
+
+TEST(ShareFailure, ReadOnlyNode) {
+  REQUIRE_NAMESPACES();
+  ShareHost host;
+  const auto remountReadOnly = [&host] {
+    const std::string local = "/var/lib/directory/local";
+    host.mounts = {"--ro-bind", host.outside(local), local};
+  };
+  remountReadOnly();
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
+                {"Cannot create new record",
+                 "cannot make the folder " + kRecordFolder + ": Read-only file system"});
+  host.makeFolder(kRecordFolder);
+  const std::string cannotWrite = "cannot write " + kFile + ": Read-only file system";
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
+                {"Cannot create new record", cannotWrite});
+  host.record("Projects.plist", kEntries);
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
+                {"Cannot set attribute value:" + cannotWrite});
+  expectFailure(host.tesselctl({"unshare", "Projects"}), kNoFlags,
+                {"Cannot delete record: cannot remove " + kFile + ": Read-only file system"});
+  host.record("Projects.plist", kEntries + attribute(kAFPShared, {"1"}));
+  expectFailure(host.tesselctl({"unshare", "Projects"}),
+                "Share point is not SMB shared\nShare point is AFP shared\n"
+                "Has other shares; updating attributes\n",
+                {"Cannot set attributes: " + cannotWrite});
+  EXPECT_EQ(host.tesselctl({"shares"}).output, kListingHead + row("Projects", "/old", "No"));
+  EXPECT_EQ(host.calls(), "");
+  EXPECT_EQ(host.recordNames(), std::vector<std::string>{"Projects.plist"});
+}
+
+TEST(ShareFailure, FullFileSystem) {
+  REQUIRE_NAMESPACES();
+  ShareHost host;
+  host.mounts = {"--size", "65536", "--tmpfs", "/var/lib/directory/local"};
+  const std::string fill = "mkdir -p " + kRecordFolder + "; cat > " + kFile + " <<'.'\n" +
+                           dictionary(kEntries) + ".\ndd if=/dev/zero of=" + kRecordFolder +
+                           "/.fill bs=4k 2>/dev/null;";
+  const std::string noSpace = ": No space left on device";
+  expectFailure(host.shell(fill + "rm -f " + kFile + "; dd if=/dev/zero of=" + kRecordFolder +
+                           "/.more bs=4k 2>/dev/null; tesselctl share /srv/Projects; s=$?; ls -A " +
+                           kRecordFolder + "; exit $s"),
+                kNoRecord + ".fill\n.more\n",
+                {"Cannot create new record", "cannot write " + kFile + noSpace});
+  expectFailure(host.shell(fill + "tesselctl share /srv/Projects; s=$?; ls -A " + kRecordFolder +
+                           "; grep -o '/old' " + kFile + "; exit $s"),
+                ".fill\nProjects.plist\n/old\n",
+                {"Cannot set attribute value:cannot write " + kFile + noSpace});
+  // Withdrawing needs no room.
+  const Outcome removed = host.shell(fill + "tesselctl unshare Projects; ls -A " + kRecordFolder);
+  EXPECT_EQ(removed.output, kNoFlags + "Deleted share point\n.fill\n");
+}
+
+TEST(ShareFailure, ARecordIsNeverMadeTooLargeToBeReadAgain) {
+  ShareHost host;
+  // 12 MiB of data in a binary list are 16 MiB and more in XML.
+  const std::string data(12U << 20U, 'd');
+  std::string list = binaryRecord({{"a", {}}});
+  // The array of "a" is the second object; in its place goes data of a four-byte length.
+  const size_t array = list.find('\xA0');
+  const std::string blob = std::string("\x4F\x12\x00\xC0\x00\x00", 6) + data;
+  list.replace(array, 1, blob);
+  std::string trailer(32, '\0');
+  std::string offsets;
+  const auto number = [](size_t value) {
+    return std::string{static_cast<char>(value >> 24U), static_cast<char>(value >> 16U),
+                       static_cast<char>(value >> 8U), static_cast<char>(value)};
+  };
+  const size_t key = 8;
+  const size_t root = array + blob.size();
+  list.resize(root + 3);
+  for (const size_t object : {key, array, root}) offsets += number(object);
+  trailer[6] = 4;
+  trailer[7] = 1;
+  trailer[15] = 3;
+  trailer[23] = 2;
+  trailer.replace(28, 4, number(list.size()));
+  host.write(kFile, list + offsets + trailer);
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
+                {"Cannot set attribute value:cannot write " + kFile + ": the record is too large"});
+  EXPECT_EQ(host.read(kFile).size(), list.size() + offsets.size() + trailer.size());
+}
+
+TEST(ShareFailure, ValuesThatAnExistingRecordCannotTake) {
+  ShareHost host;
+  host.record("Projects.plist", kEntries);
+  host.makeFolder("/srv/caf\xE9/Projects");
+  expectFailure(host.tesselctl({"share", "/srv/caf\xE9/Projects"}), "",
+                {"Cannot set attribute value:a property list cannot hold the value of " + kPath +
+                 ", which is not UTF-8 or has control characters"});
+  EXPECT_NE(host.entries("Projects.plist").find(attribute(kPath, {"/old"})), std::string::npos);
+}
+
+// The file is opened once for the look-up and once for each flag.
+TEST(ShareFailure, AFlagThatCannotBeRead) {
+  ShareHost host;
+  host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot be traced as well
+  host.record("Projects.plist", kEntries);
+  const std::string reason = "Cannot get attributes: cannot read " + kFile + ": Input/output error";
+  const auto failingAt = [&](int opening) {
+    return host.shell("strace -qq -o /dev/null -P " + kFile + " -e trace=openat -e inject=openat:" +
+                      "error=EIO:when=" + std::to_string(opening) + " tesselctl unshare Projects");
+  };
+  expectFailure(failingAt(1), "", {"No share point named 'Projects'"});
+  expectFailure(failingAt(2), "", {reason});
+  expectFailure(failingAt(3), "Share point is not SMB shared\n", {reason});
+  EXPECT_EQ(host.entries("Projects.plist"), "(no record) " + dictionary(kEntries));
+}
+
+}  // namespace
