@@ -5,6 +5,8 @@
 
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -12,10 +14,7 @@ using tessel::isRecordFileName;
 using tessel::recordFileName;
 
 TEST(RecordName, EncodesWhatAFileNameCannotHold) {
-  struct {
-    std::string name;
-    std::string fileName;
-  } const cases[] = {
+  const std::vector<std::pair<std::string, std::string>> cases{
       {"Projects", "Projects.plist"},
       {"/", "%2F.plist"},
       {".", "%2E.plist"},
@@ -35,9 +34,9 @@ TEST(RecordName, EncodesWhatAFileNameCannotHold) {
       {" ", " .plist"},
       {"*?[\\]\"'$~:", "*?[\\]\"'$~:.plist"},
   };
-  for (const auto& tried : cases) {
-    EXPECT_EQ(recordFileName(tried.name), tried.fileName);
-    EXPECT_TRUE(isRecordFileName(tried.fileName)) << tried.fileName;
+  for (const auto& [name, fileName] : cases) {
+    EXPECT_EQ(recordFileName(name), fileName);
+    EXPECT_TRUE(isRecordFileName(fileName)) << fileName;
   }
 }
 

@@ -2,7 +2,9 @@
 // standardised one.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "platform/host.h"
 #include "platform/path.h"
@@ -11,12 +13,14 @@
 
 namespace {
 
+struct PathCase {
+  const char* typed;
+  const char* name;
+  const char* path;
+};
+
 TEST(SharePath, NameAsTypedAndPathStandardized) {
-  struct {
-    const char* typed;
-    const char* name;
-    const char* path;
-  } const cases[] = {
+  const std::vector<PathCase> cases{
       {"/srv/Projects", "Projects", "/srv/Projects"},
       {"/srv/Projects/", "Projects", "/srv/Projects"},
       {"/srv/Projects///", "Projects", "/srv/Projects"},
@@ -60,7 +64,7 @@ TEST(SharePath, NameAsTypedAndPathStandardized) {
       {"/a/../private/tmp", "tmp", "/tmp"},
       {"/srv/caf\xE9/\x01\n", "\x01\n", "/srv/caf\xE9/\x01\n"},
   };
-  for (const auto& tried : cases) {
+  for (const PathCase& tried : cases) {
     EXPECT_EQ(tessel::lastPathComponent(tried.typed), tried.name) << tried.typed;
     EXPECT_EQ(tessel::standardizedPath(tried.typed), tried.path) << tried.typed;
   }

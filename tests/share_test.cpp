@@ -134,6 +134,13 @@ TEST(Share, WarnsOfAReservedNameInsideTheFolder) {
             "");
 }
 
+struct TypedPath {
+  const char* typed;  // in /srv
+  const char* name;
+  const char* file;
+  const char* path;
+};
+
 TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
   ShareHost host;
   host.write("/etc/passwd", "root:x:0:0::/var/root:/bin/sh\nann:x:1000:1000::/Users/ann:/bin/sh\n");
@@ -142,12 +149,7 @@ TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
     host.makeFolder(folder);
   }
   host.makeLink("/srv/Latest", "/srv/Projects");
-  struct {
-    const char* typed;  // from /srv
-    const char* name;
-    const char* file;
-    const char* path;
-  } const cases[] = {
+  const std::vector<TypedPath> cases{
       {"Projects", "Projects", "Projects.plist", "Projects"},
       {"./Projects//", "Projects", "Projects.plist", "./Projects"},
       {"Other/../Projects", "Projects", "Projects.plist", "Other/../Projects"},
@@ -167,7 +169,7 @@ TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
       {"/private/private/twice", "twice", "twice.plist", "/private/twice"},
       {"/private", "private", "private.plist", "/private"},
   };
-  for (const auto& tried : cases) {
+  for (const TypedPath& tried : cases) {
     host.remove(kRecordFolder);
     const Outcome outcome = host.shell(
         std::string("cd /srv && HOME=/elsewhere exec tesselctl share '") + tried.typed + "'");
@@ -193,7 +195,6 @@ TEST(Share, NoNameLeavesTheFolderOrHidesInIt) {
       {"-n", "-n.plist"},
       {std::string(249, 'n'), std::string(249, 'n') + ".plist"},
   };
-  std::string last;
   for (const auto& [name, fileName] : cases) {
     host.makeFolder("/srv/" + name);
     expectRun(host, {"share", "/srv/" + name}, {0, created(name), ""}, kRestart);
@@ -208,29 +209,28 @@ TEST(Share, NoNameLeavesTheFolderOrHidesInIt) {
 TEST(Share, NamesThatNoRecordCanHave) {
   ShareHost host;
   const std::string folder = kRecordFolder + "/";
-  const std::string held = "which is not UTF-8 or has control characters";
+  const std::string tooLong = ".plist: File name too long";
+  const auto notHeld = [](const std::string& attribute) {
+    return "a property list cannot hold the value of " + attribute +
+           ", which is not UTF-8 or has control characters";
+  };
   const std::string longName(250, 'n');
+  std::string encoded;
+  for (int i = 0; i < 84; ++i) encoded += "%25";
   const std::vector<std::pair<std::string, std::string>> cases{
-      {longName, "cannot write " + folder + longName + ".plist: File name too long"},
-      {std::string(84, '%'),
-       "cannot write " + folder + std::string(84, '%') + ": File name too long"},
-      {"caf\xE9", "a property list cannot hold the value of " + kName + ", " + held},
-      {"\x1B[31m", "a property list cannot hold the value of " + kName + ", " + held},
-      {"Icon\r", "a property list cannot hold the value of " + kName + ", " + held},
-      {"caf\xE9/inside", "a property list cannot hold the value of " + kPath + ", " + held},
+      {longName, "cannot write " + folder + longName + tooLong},
+      {std::string(84, '%'), "cannot write " + folder + encoded + tooLong},
+      {"caf\xE9", notHeld(kName)},
+      {"\x1B[31m", notHeld(kName)},
+      {"Icon\r", notHeld(kName)},
+      {"caf\xE9/inside", notHeld(kPath)},
   };
   for (const auto& [name, reason] : cases) {
     host.makeFolder("/srv/" + name);
     const std::string last = name.substr(name.rfind('/') + 1);
-    std::string described = reason;
-    if (const size_t at = described.find("%%"); at != std::string::npos) {
-      std::string encoded;
-      for (size_t i = 0; i < name.size(); ++i) encoded += "%25";
-      described.replace(at, name.size(), encoded + ".plist");
-    }
     expectRun(host, {"share", "/srv/" + name},
               {1, "No existing share point named " + last + "\n",
-               red("Cannot create new record") + "\n" + red(described) + "\n"},
+               red("Cannot create new record") + "\n" + red(reason) + "\n"},
               "");
     expectRun(host, {"unshare", "/srv/" + name},
               {1, "", red("No share point named '" + last + "'") + "\n"}, "");
@@ -296,6 +296,12 @@ TEST(Share, GoesByTheFileNameOfARecord) {
 
 enum class Change { Deleted, FlagOff };
 
+struct Decision {
+  std::string flags;  // entries of the record
+  std::string lines;
+  Change change;
+};
+
 TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
   const std::string notSMB = "Share point is not SMB shared\n";
   const std::string isSMB = "Share point is SMB shared\n";
@@ -308,11 +314,7 @@ TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
   const std::string smbOff = smb + "<array><string>0</string></array>";
   const std::string afpOn = attribute(kAFPShared, {"1"});
   const std::string afpOff = attribute(kAFPShared, {"0"});
-  struct {
-    std::string entries;
-    std::string lines;
-    Change change;
-  } const cases[] = {
+  const std::vector<Decision> cases{
       {"", notSMB + notAFP + deletes, Change::Deleted},
       {afpOn, notSMB + isAFP + keeps, Change::FlagOff},
       {afpOff, notSMB + keeps, Change::FlagOff},
@@ -336,11 +338,11 @@ TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
       {smb + "<dict/>", notAFP + keeps, Change::FlagOff},
   };
   ShareHost host;
-  for (const auto& tried : cases) {
+  for (const Decision& tried : cases) {
     // A share that was never Tessel's is treated like any other.
     for (const std::string& own : {sharedEntries("Projects", "/srv/Projects"), std::string()}) {
-      host.record("Projects.plist", own + tried.entries);
-      SCOPED_TRACE(own + tried.entries);
+      host.record("Projects.plist", own + tried.flags);
+      SCOPED_TRACE(own + tried.flags);
       expectRun(host, {"unshare", "Projects/"}, {0, tried.lines, ""}, kRestart);
       if (tried.change == Change::Deleted) {
         EXPECT_EQ(host.recordNames(), std::vector<std::string>{});
