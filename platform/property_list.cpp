@@ -215,6 +215,20 @@ void PropertyList::remove(const std::string& key) {
   if (value(key)) plist_dict_remove_item(dictionary.get(), key.c_str());
 }
 
-std::string PropertyList::xml() const { return toXML(dictionary.get()); }
+std::string PropertyList::xml() const {
+  // A carriage return that is not escaped reads as a newline (XML 1.0, section 2.11); the library
+  // writes none of its own.
+  const std::string raw = toXML(dictionary.get());
+  std::string escaped;
+  escaped.reserve(raw.size());
+  for (const char c : raw) {
+    if (c == '\r') {
+      escaped += "&#13;";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
 
 }  // namespace tessel
