@@ -50,11 +50,14 @@ Result<FileDescriptor> lockRecords() {
   return folder;
 }
 
-// Puts the list in the record's place, unless it would be a record that nobody can read again:
-// binary data takes more room as XML.
+// Puts the list in the record's place, unless it would be a record that nobody can read again. What
+// fits a binary list may not fit an XML one: data takes more room, control characters have none.
 MaybeError writeRecord(const std::string& path, const PropertyList& list) {
   const std::string xml = list.xml();
-  if (!PropertyList::parse(xml)) return Error{"cannot write " + path + ": the record is too large"};
+  if (!isXMLText(xml) || !PropertyList::parse(xml)) {
+    return Error{"cannot write " + path +
+                 ": the record is too large for XML or has characters that XML cannot hold"};
+  }
   return FileManager().writeAtomically(path, xml, FileManager::Attributes::KeepExisting);
 }
 

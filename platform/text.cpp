@@ -57,7 +57,7 @@ bool isUTF8(std::string_view bytes) {
 
 bool isXMLText(std::string_view bytes) {
   const auto isRefused = [](char c) {
-    return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n';
+    return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
   };
   return isUTF8(bytes) && std::none_of(bytes.begin(), bytes.end(), isRefused) &&
          bytes.find("\xEF\xBF\xBE") == std::string_view::npos &&

@@ -10,9 +10,8 @@ namespace tessel {
 // Whether the bytes are well-formed UTF-8 (RFC 3629).
 bool isUTF8(std::string_view bytes);
 
-// Whether the bytes are UTF-8 that comes back unchanged from an XML file: without the control bytes
-// that XML cannot hold (all below 0x20 but tab and newline) or reads as another (carriage return),
-// and without U+FFFE and U+FFFF (Extensible Markup Language 1.0, sections 2.2 and 2.11).
+// Whether the bytes are UTF-8 that an XML file can hold: without control bytes below 0x20 other
+// than tab, newline and carriage return, and without U+FFFE and U+FFFF (XML 1.0, section 2.2).
 bool isXMLText(std::string_view bytes);
 
 // The text without ASCII white space and newlines at both ends.

@@ -142,8 +142,24 @@ TEST(ShareFailure, ARecordIsNeverMadeTooLargeToBeReadAgain) {
   trailer.replace(28, 4, number(list.size()));
   host.write(kFile, list + offsets + trailer);
   expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
-                {"Cannot set attribute value:cannot write " + kFile + ": the record is too large"});
+                {"Cannot set attribute value:cannot write " + kFile +
+                 ": the record is too large for XML or has characters that XML cannot hold"});
   EXPECT_EQ(host.read(kFile).size(), list.size() + offsets.size() + trailer.size());
+}
+
+TEST(ShareFailure, ARecordIsNeverMadeUnreadableForOthers) {
+  ShareHost host;
+  const std::string binary = binaryRecord({{kName, {"Projects"}}, {"Comment", {"a\x01z"}}});
+  host.write(kFile, binary);
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
+                {"Cannot set attribute value:cannot write " + kFile +
+                 ": the record is too large for XML or has characters that XML cannot hold"});
+  EXPECT_EQ(host.read(kFile), binary);
+  host.write(kFile, binaryRecord({{kName, {"Projects"}}, {"Com\rment", {"a\r\nz"}}}));
+  EXPECT_EQ(host.tesselctl({"share", "/srv/Projects"}).status, 0);
+  EXPECT_NE(host.read(kFile).find("<key>Com&#13;ment</key>\n\t<array>\n\t\t<string>a&#13;\nz</"),
+            std::string::npos)
+      << host.read(kFile);
 }
 
 TEST(ShareFailure, ValuesThatAnExistingRecordCannotTake) {
