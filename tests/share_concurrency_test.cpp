@@ -87,13 +87,14 @@ TEST(ShareConcurrency, NoRecordThatAnotherServiceHasFlaggedIsDeleted) {
 
 // Runs a command that has to wait for the lock while another program holds it. That program waits
 // until the command has printed the line, so that it has looked the record up, then makes the
-// change.
+// change. It holds a shared lock, which lets everything pass that does not ask for an exclusive
+// one.
 Outcome changedMeanwhile(const Sandbox& host, const std::string& command, const std::string& line,
                          const std::string& change) {
   host.write("/tmp/out", "");
   host.write("/tmp/meanwhile", "for i in $(seq 100); do grep -q '^" + line +
                                    "' /tmp/out && break; sleep 0.02; done\n" + change + "\n");
-  return host.shell("flock " + kRecordFolder + " sh -c ': > /tmp/locked; . /tmp/meanwhile' &\n" +
+  return host.shell("flock -s " + kRecordFolder + " sh -c ': > /tmp/locked; . /tmp/meanwhile' &\n" +
                     "until [ -e /tmp/locked ]; do sleep 0.02; done\n" + command +
                     " > /tmp/out; status=$?; wait; exit $status");
 }
