@@ -41,12 +41,14 @@ Result<RecordFile> readRecord(const std::string& path) {
 
 // Waits for the lock under which every program changes records; closing the descriptor frees it.
 Result<FileDescriptor> lockRecords() {
+  const auto failed = [] {
+    return Error{std::string("cannot lock ") + kSharePoints + ": " + std::strerror(errno)};
+  };
   FileDescriptor folder(::open(kSharePoints, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  bool locked = static_cast<bool>(folder);
-  if (locked) {
-    while (!(locked = ::flock(folder.get(), LOCK_EX) == 0) && errno == EINTR) continue;
+  if (!folder) return failed();
+  while (::flock(folder.get(), LOCK_EX) != 0) {
+    if (errno != EINTR) return failed();
   }
-  if (!locked) return Error{std::string("cannot lock ") + kSharePoints + ": " + strerror(errno)};
   return folder;
 }
 

@@ -115,17 +115,6 @@ TEST(ShareConcurrency, ARecordThatChangesBeforeItsDeletionIsKept) {
   EXPECT_EQ(host.calls(), "");
 }
 
-TEST(ShareConcurrency, ARecordThatGoesBeforeItsDeletionIsAFailure) {
-  ShareHost host;
-  host.record("Projects.plist", nameAndPath("Projects", "/srv/Projects"));
-  const Outcome outcome =
-      changedMeanwhile(host, "tesselctl unshare Projects", "No other shares", "rm " + kFile);
-  EXPECT_EQ(
-      outcome.errors,
-      red("Cannot delete record: cannot read " + kFile + ": No such file or directory") + "\n");
-  EXPECT_EQ(outcome.status, 1);
-}
-
 TEST(ShareConcurrency, ARecordThatAppearsBeforeItsCreationIsKept) {
   ShareHost host;
   host.makeFolder(kRecordFolder);

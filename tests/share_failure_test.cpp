@@ -116,44 +116,21 @@ TEST(ShareFailure, FullFileSystem) {
   EXPECT_EQ(removed.output, kNoFlags + "Deleted share point\n.fill\n");
 }
 
-TEST(ShareFailure, ARecordIsNeverMadeTooLargeToBeReadAgain) {
+TEST(ShareFailure, ARecordIsNeverMadeUnreadable) {
   ShareHost host;
-  // 12 MiB of data in a binary list are 16 MiB and more in XML.
-  const std::string data(12U << 20U, 'd');
-  std::string list = binaryRecord({{"a", {}}});
-  // The array of "a" is the second object; in its place goes data of a four-byte length.
-  const size_t array = list.find('\xA0');
-  const std::string blob = std::string("\x4F\x12\x00\xC0\x00\x00", 6) + data;
-  list.replace(array, 1, blob);
-  std::string trailer(32, '\0');
-  std::string offsets;
-  const auto number = [](size_t value) {
-    return std::string{static_cast<char>(value >> 24U), static_cast<char>(value >> 16U),
-                       static_cast<char>(value >> 8U), static_cast<char>(value)};
-  };
-  const size_t key = 8;
-  const size_t root = array + blob.size();
-  list.resize(root + 3);
-  for (const size_t object : {key, array, root}) offsets += number(object);
-  trailer[6] = 4;
-  trailer[7] = 1;
-  trailer[15] = 3;
-  trailer[23] = 2;
-  trailer.replace(28, 4, number(list.size()));
-  host.write(kFile, list + offsets + trailer);
-  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
-                {"Cannot set attribute value:cannot write " + kFile +
-                 ": the record is too large for XML or has characters that XML cannot hold"});
-  EXPECT_EQ(host.read(kFile).size(), list.size() + offsets.size() + trailer.size());
-}
+  const std::string refusal =
+      "Cannot set attribute value:cannot write " + kFile +
+      ": the record is too large for XML or has characters that XML cannot hold";
+  // Each of these becomes "&gt;" when it is written, 20 MiB in all.
+  const std::string large =
+      "<key>Comment</key><string>" + std::string(5U << 20U, '>') + "</string>";
+  host.record("Projects.plist", kEntries + large);
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "", {refusal});
+  EXPECT_EQ(host.read(kFile).size(), dictionary(kEntries + large).size());
 
-TEST(ShareFailure, ARecordIsNeverMadeUnreadableForOthers) {
-  ShareHost host;
   const std::string binary = binaryRecord({{kName, {"Projects"}}, {"Comment", {"a\x01z"}}});
   host.write(kFile, binary);
-  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
-                {"Cannot set attribute value:cannot write " + kFile +
-                 ": the record is too large for XML or has characters that XML cannot hold"});
+  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "", {refusal});
   EXPECT_EQ(host.read(kFile), binary);
   host.write(kFile, binaryRecord({{kName, {"Projects"}}, {"Com\rment", {"a\r\nz"}}}));
   EXPECT_EQ(host.tesselctl({"share", "/srv/Projects"}).status, 0);
