@@ -121,9 +121,8 @@ TEST(ShareFailure, ARecordIsNeverMadeUnreadable) {
   const std::string refusal =
       "Cannot set attribute value:cannot write " + kFile +
       ": the record is too large for XML or has characters that XML cannot hold";
-  // Each of these becomes "&gt;" when it is written, 20 MiB in all.
-  const std::string large =
-      "<key>Comment</key><string>" + std::string(5U << 20U, '>') + "</string>";
+  // When it is written, its one line is broken into many.
+  const std::string large = "<key>Icon</key><data>" + std::string(16'500'000, 'A') + "</data>";
   host.record("Projects.plist", kEntries + large);
   expectFailure(host.tesselctl({"share", "/srv/Projects"}), "", {refusal});
   EXPECT_EQ(host.read(kFile).size(), dictionary(kEntries + large).size());
