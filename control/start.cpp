@@ -22,8 +22,10 @@ bool TesselCtl::start() {
   // From here on nothing stops the sequence: half a start would leave Apache with the new
   // configuration and the old environment.
   updateEnvironment();
-  (void)fileManager.writeAtomically(httpdEnvFilePath, httpdEnvDictionary.xml(),
-                                    FileManager::Attributes::KeepExisting);
+  if (const auto xml = httpdEnvDictionary.xml()) {
+    (void)fileManager.writeAtomically(httpdEnvFilePath, *xml,
+                                      FileManager::Attributes::KeepExisting);
+  }
 
   if (launchJobIsLoaded(kApacheJobLabel)) {
     (void)unloadLaunchJob(kApacheJobLabel);

@@ -52,15 +52,13 @@ Result<FileDescriptor> lockRecords() {
   return folder;
 }
 
-// Puts the list in the record's place, unless it would be a record that nobody can read again. What
-// fits a binary list may not fit an XML one: data takes more room, control characters have none.
+// Puts the list in the record's place, unless it would be a record that not everybody can read
+// again: a binary list may hold control characters, for which XML has no form.
 MaybeError writeRecord(const std::string& path, const PropertyList& list) {
-  const std::string xml = list.xml();
-  if (!isXMLText(xml) || !PropertyList::parse(xml)) {
-    return Error{"cannot write " + path +
-                 ": the record is too large for XML or has characters that XML cannot hold"};
-  }
-  return FileManager().writeAtomically(path, xml, FileManager::Attributes::KeepExisting);
+  const auto xml = list.xml();
+  if (!xml) return Error{"cannot write " + path + ": " + xml.error().description};
+  if (!isXMLText(*xml)) return Error{"cannot write " + path + ": XML cannot hold its characters"};
+  return FileManager().writeAtomically(path, *xml, FileManager::Attributes::KeepExisting);
 }
 
 MaybeError checkValues(const std::string& attribute, const AttributeValues& values) {

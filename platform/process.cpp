@@ -51,6 +51,7 @@ class SpawnSettings {
     sigset_t defaults;
     (void)::sigemptyset(&defaults);
     (void)::sigaddset(&defaults, SIGPIPE);
+    (void)::sigaddset(&defaults, SIGXFSZ);
     (void)::posix_spawnattr_setsigdefault(&attributes, &defaults);
     (void)::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   }
@@ -113,6 +114,7 @@ void drain(FileDescriptor& stream, std::string& into) {
 
 bool prepareProcess() {
   (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   (void)std::signal(SIGCHLD, SIG_DFL);
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (::fcntl(stream, F_GETFD) >= 0) continue;

@@ -10,10 +10,10 @@
 namespace tessel {
 
 // To be called once, first thing in main: opens /dev/null for each of descriptors 0 to 2 that is
-// closed, so that no file opened later is mistaken for a stream; ignores SIGPIPE, so that a reader
-// that goes away does not end an operation half-way; and takes SIGCHLD back from a parent that
-// ignored it, without which no child can be waited for. Returns false when a stream cannot be
-// replaced.
+// closed, so that no file opened later is mistaken for a stream; ignores SIGPIPE and SIGXFSZ, so
+// that a reader that goes away or a limit on file sizes does not end an operation half-way; and
+// takes SIGCHLD back from a parent that ignored it, without which no child can be waited for.
+// Returns false when a stream cannot be replaced.
 bool prepareProcess();
 
 // What a child's standard output and error are connected to. Standard input is always inherited.

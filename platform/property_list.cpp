@@ -215,7 +215,7 @@ void PropertyList::remove(const std::string& key) {
   if (value(key)) plist_dict_remove_item(dictionary.get(), key.c_str());
 }
 
-std::string PropertyList::xml() const {
+Result<std::string> PropertyList::xml() const {
   // A carriage return that is not escaped reads as a newline (XML 1.0, section 2.11); the library
   // writes none of its own.
   const std::string raw = toXML(dictionary.get());
@@ -228,6 +228,7 @@ std::string PropertyList::xml() const {
       escaped += c;
     }
   }
+  if (!parse(escaped)) return Error{"the list is too large for XML"};
   return escaped;
 }
 

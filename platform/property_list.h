@@ -73,8 +73,9 @@ class PropertyList {
   void setValue(const std::string& key, const PropertyListValue& value);
   void remove(const std::string& key);
 
-  // The list as XML text.
-  std::string xml() const;
+  // The list as XML text. An error when XML cannot give the list back: data takes more room there
+  // than in a binary list, and may exceed what load() takes.
+  Result<std::string> xml() const;
 
  private:
   using Root = std::unique_ptr<void, void (*)(void*)>;
