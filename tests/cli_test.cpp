@@ -39,7 +39,7 @@ TEST(CommandLine, EveryWordNeedsRoot) {
   Sandbox host;
   host.user = 1000;
   host.remove("/etc/tessel");
-  for (const char* word : {"status", "start", "stop", "STATUS", "nonsense", "--help", ""}) {
+  for (const char* word : {"status", "start", "shares", "unshare", "STATUS", "--help", ""}) {
     const Outcome outcome = host.tesselctl({word});
     EXPECT_EQ(outcome.status, 1) << word;
     EXPECT_EQ(outcome.output, "") << word;
