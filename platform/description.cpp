@@ -1,6 +1,7 @@
 #include "platform/description.h"
 
 #include <cstddef>
+#include <string_view>
 
 namespace tessel {
 
@@ -56,6 +57,17 @@ std::string hexadecimal(std::string_view bytes) {
   return text + '>';
 }
 
+// An array whose elements `text` renders.
+template <typename Elements, typename Text>
+std::string array(const Elements& elements, size_t indent, Text text) {
+  std::string whole = "(\n";
+  size_t left = elements.size();
+  for (const auto& element : elements) {
+    whole += std::string(indent + kIndent, ' ') + text(element) + (--left > 0 ? ",\n" : "\n");
+  }
+  return whole + std::string(indent, ' ') + ")";
+}
+
 std::string nested(const PropertyListValue& value, size_t indent) {
   const std::string inner(indent + kIndent, ' ');
   const std::string outer(indent, ' ');
@@ -67,12 +79,8 @@ std::string nested(const PropertyListValue& value, size_t indent) {
     return text + outer + "}";
   }
   if (const auto elements = value.elements()) {
-    std::string text = "(\n";
-    size_t left = elements->size();
-    for (const auto& element : *elements) {
-      text += inner + nested(element, indent + kIndent) + (--left > 0 ? ",\n" : "\n");
-    }
-    return text + outer + ")";
+    return array(*elements, indent,
+                 [&](const auto& element) { return nested(element, indent + kIndent); });
   }
   if (const auto string = value.string()) return quotedWhereNeeded(*string);
   if (const auto data = value.data()) return hexadecimal(*data);
@@ -85,6 +93,14 @@ std::string description(const PropertyListValue& value) {
   if (const auto string = value.string()) return *string;
   const bool isScalar = !value.entries() && !value.elements() && !value.data();
   return isScalar ? value.scalarText() : nested(value, 0);
+}
+
+std::string description(const std::optional<PropertyListValue>& value) {
+  return value ? description(*value) : kMissingValue;
+}
+
+std::string description(const std::vector<std::string>& strings) {
+  return array(strings, 0, quotedWhereNeeded);
 }
 
 }  // namespace tessel

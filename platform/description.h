@@ -13,8 +13,9 @@
 //   others      PropertyListValue::scalarText, written like a string
 #pragma once
 
+#include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "platform/property_list.h"
 
@@ -23,5 +24,14 @@ namespace tessel {
 // The value's text, lines separated by "\n", without one at the end. A string or other scalar that
 // is not inside an array or dictionary is itself, without quotes.
 std::string description(const PropertyListValue& value);
+
+// The text of a value that is not there.
+inline constexpr const char* kMissingValue = "(null)";
+
+// The same for a value that may be missing.
+std::string description(const std::optional<PropertyListValue>& value);
+
+// The same for an array of these strings.
+std::string description(const std::vector<std::string>& strings);
 
 }  // namespace tessel

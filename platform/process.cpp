@@ -124,6 +124,8 @@ bool prepareProcess() {
   return true;
 }
 
+bool processExists(pid_t process) { return ::kill(process, 0) == 0; }
+
 Result<int> runProgram(const std::string& launchPath, const std::vector<std::string>& arguments,
                        Streams streams) {
   SpawnSettings settings;

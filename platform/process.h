@@ -2,6 +2,8 @@
 // argument vector, never through a shell, and waited for; none is ever timed out.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -15,6 +17,10 @@ namespace tessel {
 // takes SIGCHLD back from a parent that ignored it, without which no child can be waited for.
 // Returns false when a stream cannot be replaced.
 bool prepareProcess();
+
+// Whether signal 0 can be sent to the process, as kill(2) has it: to process 0, this process group,
+// it always can; to one that may not be signalled it cannot.
+bool processExists(pid_t process);
 
 // What a child's standard output and error are connected to. Standard input is always inherited.
 enum class Streams { Discarded, Inherited };

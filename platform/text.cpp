@@ -69,6 +69,11 @@ std::string trimmed(std::string_view text) {
   return std::string(text.substr(0, text.find_last_not_of(kBlanks) + 1));
 }
 
+std::string padded(std::string text, size_t width) {
+  if (text.size() < width) text.resize(width, ' ');
+  return text;
+}
+
 std::int32_t leadingInteger(std::string_view text) {
   skipBlanks(text);
   const bool negative = skipSign(text);

@@ -1,6 +1,7 @@
-// Readings of text that the property-list coercions and the command runner share.
+// Readings of text and its layout in columns.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,6 +17,9 @@ bool isXMLText(std::string_view bytes);
 
 // The text without ASCII white space and newlines at both ends.
 std::string trimmed(std::string_view text);
+
+// The text with blanks after it up to at least this many bytes.
+std::string padded(std::string text, std::size_t width);
 
 // The decimal integer at the start of the text after white space and an optional sign; 0 when there
 // is none, the nearest bound when it does not fit.
