@@ -52,9 +52,15 @@ int unshare(TesselCtl& controller, const std::vector<std::string>& arguments) {
   return arguments.size() < 3 || controller.removeShare(arguments[2]) ? kSuccess : kFailure;
 }
 
+// The result is the status: a report, which is always made, ends with 1.
+int diagnose(TesselCtl& controller, const std::vector<std::string>& /*arguments*/) {
+  return static_cast<int>(controller.diagnose());
+}
+
 constexpr std::array kCommands{
-    Command{"status", status}, Command{"start", start}, Command{"stop", stop},
-    Command{"shares", shares}, Command{"share", share}, Command{"unshare", unshare},
+    Command{"status", status},     Command{"start", start}, Command{"stop", stop},
+    Command{"shares", shares},     Command{"share", share}, Command{"unshare", unshare},
+    Command{"diagnose", diagnose},
 };
 
 std::string usageText(const std::string& executableName) {

@@ -3,6 +3,7 @@
 // file of its own.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,6 +18,9 @@ namespace tessel {
 
 // The launch job of the host's shared Apache.
 inline constexpr const char* kApacheJobLabel = "org.apache.httpd";
+
+// Where Tessel has to listen, on 127.0.0.1 and without TLS, when Orrin owns ports 80 and 443.
+inline constexpr std::int32_t kPortBehindOrrin = 81;
 
 class TesselCtl {
  public:
@@ -76,11 +80,33 @@ class TesselCtl {
   // did. False, after a message, when the link cannot be made or removed.
   bool configureServerToProxyToTessel(bool enable) const;
 
+  // validation.cpp
+
+  // Whether the configured server name, address and port suit this machine and its Orrin. Prints
+  // what it looks up and every problem that it finds. Changes nothing.
+  bool configIsValid() const;
+
   // probes.cpp
+
+  // Prints and returns the running processes whose names begin with "httpd", a line each, after
+  // ps's column headings.
+  std::string httpdProcessString() const;
+
+  // The HTTP status of a GET for the root of the server at this port of 127.0.0.1 or else of the
+  // identity's server name, for which every certificate will do; of the host "(null)" when there is
+  // no identity manager. 0, after two lines that say why, when there is no response.
+  std::int64_t httpResponseOnPort(const std::string& port, bool usingSSL,
+                                  bool usingLocalhost) const;
 
   // Has Apache reread its configuration without dropping connections. Prints "Gracefully restarted
   // httpd" when that fails, and nothing when it works.
   void restartHTTPDGracefully() const;
+
+  // report.cpp
+
+  // Prints all that there is to know about why Tessel does or does not serve. Changes nothing but
+  // what the look-up of the identity exports. Always true: whatever fails is part of the report.
+  bool diagnose();
 
   // shares/share_listing.cpp
 
@@ -119,6 +145,9 @@ class TesselCtl {
   void updateEnvironment();
   void setEnvironmentValue(const std::string& key, const std::optional<PropertyListValue>& value);
   void removeUserJobs() const;
+  void reportUserJobs() const;
+  void reportApache() const;
+  void reportConfiguredPort() const;
   bool isShareable(const std::string& path) const;
 
   std::optional<std::string> docPtr;  // reserved

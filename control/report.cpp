@@ -1,0 +1,141 @@
+#include "control/tessel_ctl.h"
+#include "platform/console.h"
+#include "platform/description.h"
+#include "platform/process.h"
+#include "platform/text.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::int32_t kHTTPSPort = 443;
+constexpr std::int64_t kOK = 200;
+
+// Cuts off what follows the text's last dot, and the dot, and returns it. A text without a dot has
+// nothing to cut off.
+std::string takeExtension(std::string& text) {
+  const size_t dot = text.rfind('.');
+  if (dot == std::string::npos) return {};
+  std::string extension = text.substr(dot + 1);
+  text.erase(dot);
+  return extension;
+}
+
+// What the name of a per-user job file says: PREFIX.USER-PID.PORT.plist. What a name lacks is
+// empty.
+struct UserJob {
+  std::string user;
+  std::string mapperPID;
+  std::string port;
+};
+
+UserJob userJob(std::string name) {
+  UserJob job;
+  (void)takeExtension(name);
+  job.port = takeExtension(name);
+  const std::string userAndPID = takeExtension(name);
+  const size_t dash = userAndPID.find('-');
+  job.user = userAndPID.substr(0, dash);
+  if (dash != std::string::npos) {
+    job.mapperPID = userAndPID.substr(dash + 1, userAndPID.find('-', dash + 1) - dash - 1);
+  }
+  return job;
+}
+
+void printUserRow(const std::string& user, const std::string& port, const std::string& responding,
+                  const std::string& mapperPID, const std::string& alive) {
+  printLine(padded(user, 15) + " " + padded(port, 8) + " " + padded(responding, 13) + " " +
+            padded(mapperPID, 10) + " " + padded(alive, 10));
+}
+
+void printSection(const std::string& title, const std::string& content) {
+  print("\n" + title + ":\n" + content + "\n");
+}
+
+}  // namespace
+
+bool TesselCtl::diagnose() {
+  const std::string configuration = description(tesselConfigDictionary.root());
+  const std::string environment = description(httpdEnvDictionary.root());
+
+  printLine("\nTessel diagnostic information\n");
+  printSection("Settings configured at " + tesselConfigFilePath, configuration);
+  printSection("Settings configured at " + httpdEnvFilePath, environment);
+  if (orrinHasDefaultHTTPPorts()) {
+    print(
+        "Orrin is present and Calder is enabled. The Apache httpd instance for Tessel should be "
+        "configured to run behind Orrin's proxy.");
+  }
+  showShares();
+  print(std::string("\nTessel is ") + (isEnabled() ? "enabled" : "not enabled") + ".\n");
+  // There is no identity manager yet, so that these rows are probed at the host "(null)".
+  reportUserJobs();
+
+  const auto serverName = tesselConfigDictionary.value("ServerName");
+  const std::string name = serverName ? serverName->string().value_or("") : "";
+  identityManager =
+      name.empty() ? IdentityManager::init() : IdentityManager::initWithServerName(name);
+
+  printSection("Contents of /etc/tessel/", resultsFromCommand("/bin/ls", {"-l", "/etc/tessel"}));
+  if (fileManager.fileExistsAtPath(httpdEnvFilePath)) {
+    printSection("Current env vars for Apache configured at " + httpdEnvFilePath, environment);
+    reportApache();
+  } else {
+    print("\nNo file found at " + httpdEnvFilePath + "; Tessel was probably never started.\n");
+  }
+  if (configIsValid()) {
+    printLine("\nConfig is valid");
+  } else {
+    reportError("Config is invalid\n");
+  }
+  printLine("\nAll httpd processes:");
+  (void)httpdProcessString();
+  return true;
+}
+
+void TesselCtl::reportUserJobs() const {
+  const std::vector<std::string> names = tesselPlists();
+  if (names.empty()) return;
+  print(std::to_string(names.size()) + " Active Users:\n\n");
+  printUserRow("USER", "PORT", "RESPONDING?", "MAPPER-PID", "PID-ALIVE?");
+  for (const std::string& name : names) {
+    const UserJob job = userJob(name);
+    const bool alive = processExists(leadingInteger(job.mapperPID));
+    const bool responding = httpResponseOnPort(job.port, false, false) != 0;
+    printUserRow(job.user, job.port, responding ? "Yes" : "No", job.mapperPID,
+                 alive ? "Yes" : "No");
+  }
+}
+
+void TesselCtl::reportApache() const {
+  printLine("\nMain httpd status:");
+  print("\tConfig syntax check:" + resultsFromCommand("/usr/sbin/httpd-wrapper", {"-t"}) + "\n");
+  print(std::string("\tLaunch job is ") +
+        (launchJobIsLoaded(kApacheJobLabel) ? "loaded" : "not loaded") + ".\n");
+  const std::int64_t plain = httpResponseOnPort("80", false, false);
+  print("\tReturns " + std::to_string(plain) + " on port 80.\n");
+  const std::int64_t encrypted = httpResponseOnPort("443", true, false);
+  print("\tReturns " + std::to_string(encrypted) + " port 443.\n");
+  reportConfiguredPort();
+}
+
+void TesselCtl::reportConfiguredPort() const {
+  const auto configured = tesselConfigDictionary.value("ServerPort");
+  const std::int32_t port = configured ? configured->integer() : 0;
+  if (!orrinHasDefaultHTTPPorts()) {
+    if (port == kHTTPSPort) return;
+    const std::int64_t status = httpResponseOnPort(description(configured), true, false);
+    print("\tConfig file specifies non-standard TCP port " + std::to_string(port) + " which is " +
+          (status == kOK ? "responding" : "not responding") + ".\n");
+    return;
+  }
+  const auto address = tesselConfigDictionary.value("ServerAddr");
+  if (port != kPortBehindOrrin || !address || address->string() != "127.0.0.1") return;
+  print(
+      "\tConfig file specifies 127.0.0.1:81, non-SSL, which is correct behind-the-Orrin-proxy "
+      "configuration, ");
+  const std::int64_t status = httpResponseOnPort("81", false, true);
+  print(std::string("and ") + (status != 0 ? "is" : "is not") + " responding.\n");
+}
+
+}  // namespace tessel
