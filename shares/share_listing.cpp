@@ -13,10 +13,6 @@ const std::string* firstValue(const RecordAttributes& attributes, const char* at
 
 // The columns of printf's "%-35s %-35s %-7s\n": padded by bytes, never cut.
 std::string row(const std::string& name, const std::string& path, const std::string& webdav) {
-  const auto padded = [](std::string text, size_t width) {
-    if (text.size() < width) text.resize(width, ' ');
-    return text;
-  };
   return padded(name, 35) + " " + padded(path, 35) + " " + padded(webdav, 7) + "\n";
 }
 
