@@ -147,8 +147,9 @@ MaybeError FileManager::writeInPlace(const std::string& path, std::string_view b
   if (!file) return systemError("cannot open " + path);
   if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0) {
     const int code = errno;
-    (void)::ftruncate(file.get(), 0);
-    return systemError("cannot write " + path, code);
+    const bool emptied = ::ftruncate(file.get(), 0) == 0;
+    return systemError(std::string(emptied ? "cannot write " : "cannot write or empty ") + path,
+                       code);
   }
   return std::nullopt;
 }
