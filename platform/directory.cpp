@@ -135,6 +135,32 @@ Result<std::vector<DirectoryRecord>> RecordQuery::results() const {
   return records;
 }
 
+Result<std::vector<std::string>> RecordQuery::names() const {
+  std::vector<std::string> names;
+  if (empty) return names;
+  auto fileNames = FileManager().contentsOfDirectory(kSharePoints);
+  if (!fileNames) return fileNames.error();
+  std::sort(fileNames->begin(), fileNames->end());
+  for (const std::string& fileName : *fileNames) {
+    if (auto name = recordName(fileName)) names.push_back(std::move(*name));
+  }
+  return names;
+}
+
+std::optional<RecordStamp> sharePointStamp(std::string_view name) {
+  constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+  const auto nanoseconds = [](const timespec& time) {
+    return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
+  };
+  const std::string path = appendPathComponent(kSharePoints, recordFileName(name));
+  struct stat status {};
+  if (name.empty() || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  return RecordStamp{status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
+                     nanoseconds(status.st_ctim)};
+}
+
 std::optional<RecordQuery> DirectoryNode::querySharePoints() const {
   const FileDescriptor folder(::open(kSharePoints, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder && errno != ENOENT) return std::nullopt;

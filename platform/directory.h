@@ -4,6 +4,9 @@
 // and the locking rule.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -63,6 +66,9 @@ class RecordQuery {
   // error when the folder cannot be read.
   Result<std::vector<DirectoryRecord>> results() const;
 
+  // The names under which these records are looked up, in the same order.
+  Result<std::vector<std::string>> names() const;
+
  private:
   friend class DirectoryNode;
   explicit RecordQuery(bool empty) : empty(empty) {}
@@ -89,6 +95,21 @@ class DirectoryNode {
   friend class DirectorySession;
   DirectoryNode() = default;
 };
+
+// What changes with every change of a record's file, however it is made. An edit in place can leave
+// all of it as it was only when the clock of the file system has not moved on in between.
+struct RecordStamp {
+  dev_t device;
+  ino_t inode;
+  off_t size;
+  std::int64_t modified;  // nanoseconds since the epoch, as is the next
+  std::int64_t changed;
+  bool operator==(const RecordStamp&) const = default;
+};
+
+// The stamp of the share-point record of this name, for one call of the system. None when there is
+// no regular file in its place.
+std::optional<RecordStamp> sharePointStamp(std::string_view name);
 
 class DirectorySession {
  public:

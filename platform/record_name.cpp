@@ -5,6 +5,7 @@ namespace tessel {
 namespace {
 
 constexpr std::string_view kExtension = ".plist";
+constexpr std::string_view kDigits = "0123456789ABCDEF";
 
 bool isControl(char c) {
   const auto byte = static_cast<unsigned char>(c);
@@ -14,7 +15,6 @@ bool isControl(char c) {
 }  // namespace
 
 std::string recordFileName(std::string_view recordName) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string fileName;
   for (const char c : recordName) {
     if (c == '/' || c == '%' || isControl(c) || (c == '.' && fileName.empty())) {
@@ -25,6 +25,23 @@ std::string recordFileName(std::string_view recordName) {
     }
   }
   return fileName.append(kExtension);
+}
+
+std::optional<std::string> recordName(std::string_view fileName) {
+  if (!isRecordFileName(fileName)) return std::nullopt;
+  std::string_view rest = fileName.substr(0, fileName.size() - kExtension.size());
+  std::string name;
+  while (!rest.empty()) {
+    const auto high = rest.size() < 3 ? std::string_view::npos : kDigits.find(rest[1]);
+    const auto low = rest.size() < 3 ? std::string_view::npos : kDigits.find(rest[2]);
+    const bool isEscape = rest[0] == '%' && high != std::string_view::npos &&
+                          low != std::string_view::npos;
+    name += isEscape ? static_cast<char>(high << 4U | low) : rest[0];
+    rest.remove_prefix(isEscape ? 3 : 1);
+  }
+  // One name has one file: others that would read the same are not looked at.
+  if (recordFileName(name) != fileName) return std::nullopt;
+  return name;
 }
 
 bool isRecordFileName(std::string_view fileName) {

@@ -1,0 +1,304 @@
+// The Apache module that serves shares: where "TesselShares on" stands in a <Location>, it
+// translates LOCATION/NAME/REST to the folder of the WebDAV share NAME, leaves reading and writing
+// to Apache and mod_dav, and answers for LOCATION/ itself with a list of the shares.
+//
+// A request is refused after its user has signed in, so that nobody else learns which shares exist:
+// the hooks that run before only note the status.
+#include <httpd.h>
+// httpd.h comes first: the others need its types.
+#include <apr_strings.h>
+#include <apr_xml.h>
+#include <http_config.h>
+#include <http_core.h>
+#include <http_log.h>
+#include <http_protocol.h>
+#include <http_request.h>
+#include <util_xml.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/debian/mod_tessel/resource_walk.h"
+#include "host/debian/mod_tessel/share_folders.h"
+#include "host/debian/mod_tessel/share_listing.h"
+
+extern "C" {
+// What Apache looks for in the file, and all that it shows.
+extern module AP_MODULE_DECLARE_DATA tessel_module __attribute__((visibility("default")));
+}
+APLOG_USE_MODULE(tessel);
+
+namespace tessel {
+
+namespace {
+
+constexpr const char* kListHandler = "tessel-share-list";
+constexpr const char* kFileHandler = "default-handler";
+
+struct Location {
+  const char* prefix;  // "/webdav"; null where shares are not served
+};
+
+// What a request means.
+struct Resource {
+  enum class Kind { List, ShareRoot, InsideShare } kind;
+  int status;          // OK, or what to answer with
+  const char* prefix;  // of the location
+  const char* folder;  // of the share
+  const char* rest;    // of the URL, below the share
+};
+
+template <typename T>
+T* configOf(ap_conf_vector_t* vector) {
+  return static_cast<T*>(ap_get_module_config(vector, &tessel_module));
+}
+
+ShareFolders& foldersOf(request_rec* request) {
+  return *configOf<ShareFolders>(request->server->module_config);
+}
+
+// Before authentication: which share is meant?
+int translateName(request_rec* request) {
+  const char* prefix = configOf<Location>(request->per_dir_config)->prefix;
+  if (prefix == nullptr) return DECLINED;
+  const std::string_view uri = request->uri;
+  if (!uri.starts_with(prefix)) return DECLINED;
+  std::string_view path = uri.substr(std::strlen(prefix));
+  if (!path.empty() && path.front() != '/') return DECLINED;
+  path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+
+  apr_pool_t* pool = request->pool;
+  auto* resource = static_cast<Resource*>(apr_pcalloc(pool, sizeof(Resource)));
+  resource->prefix = prefix;
+  ap_set_module_config(request->request_config, &tessel_module, resource);
+  nameNothing(request);
+  if (path.empty()) {
+    resource->kind = Resource::Kind::List;
+    return OK;
+  }
+  const std::string name(path.substr(0, path.find('/')));
+  path.remove_prefix(name.size());
+  resource->kind = path.find_first_not_of('/') == std::string_view::npos
+                       ? Resource::Kind::ShareRoot
+                       : Resource::Kind::InsideShare;
+  if (const auto folder = foldersOf(request).folder(name)) {
+    resource->folder = apr_pstrmemdup(pool, folder->data(), folder->size());
+    resource->rest = apr_pstrmemdup(pool, path.data(), path.size());
+  } else {
+    resource->status = HTTP_NOT_FOUND;
+  }
+  return OK;
+}
+
+// Before authentication, in place of Apache's walk through <Directory> sections.
+int mapToStorage(request_rec* request) {
+  auto* resource = configOf<Resource>(request->request_config);
+  if (resource == nullptr) return DECLINED;
+  if (resource->folder != nullptr) {
+    resource->status = walkToResource(request, resource->folder, resource->rest);
+  }
+  return OK;
+}
+
+// Whether the request would remove, replace or move what it names. mod_dav looks up the destination
+// of a COPY or MOVE by a subrequest of the same method.
+bool wouldTakeAway(request_rec* request) {
+  const int method = request->method_number;
+  if (request->main != nullptr) return method == M_COPY || method == M_MOVE;
+  return method == M_DELETE || method == M_MOVE;
+}
+
+// After authentication: who answers, if anybody?
+int decide(request_rec* request) {
+  const auto* resource = configOf<Resource>(request->request_config);
+  if (resource == nullptr) return DECLINED;
+  if (resource->status != OK) return resource->status;
+  if (resource->kind != Resource::Kind::InsideShare && wouldTakeAway(request)) {
+    return HTTP_FORBIDDEN;
+  }
+  if (resource->kind == Resource::Kind::List) request->handler = kListHandler;
+  if (request->method_number == M_GET && request->main == nullptr) {
+    const bool isCollection =
+        resource->kind == Resource::Kind::List || request->finfo.filetype == APR_DIR;
+    if (isCollection) return HTTP_FORBIDDEN;
+    // Whatever handler a file's name or type would choose: it is data.
+    request->handler = kFileHandler;
+  }
+  return OK;
+}
+
+// Reads what a PROPFIND asks for; returns OK or the status to answer with.
+int readPropertyRequest(request_rec* request, PropertyRequest* asked) {
+  apr_xml_doc* document = nullptr;
+  if (const int status = ap_xml_parse_input(request, &document); status != OK) return status;
+  if (document == nullptr) return OK;
+  const auto isDAV = [](const apr_xml_elem* element, const char* name) {
+    return element->ns == APR_XML_NS_DAV_ID && std::strcmp(element->name, name) == 0;
+  };
+  if (!isDAV(document->root, "propfind")) return HTTP_BAD_REQUEST;
+  for (const apr_xml_elem* form = document->root->first_child; form != nullptr; form = form->next) {
+    if (isDAV(form, "allprop")) return OK;
+    if (isDAV(form, "propname")) {
+      asked->namesOnly = true;
+      return OK;
+    }
+    if (!isDAV(form, "prop")) continue;
+    auto& wanted = asked->wanted.emplace();
+    for (const apr_xml_elem* property = form->first_child; property != nullptr;
+         property = property->next) {
+      const bool hasNameSpace = property->ns != APR_XML_NS_NONE;
+      wanted.push_back(
+          {hasNameSpace ? APR_XML_GET_URI_ITEM(document->namespaces, property->ns) : "",
+           property->name});
+    }
+    return OK;
+  }
+  return HTTP_BAD_REQUEST;
+}
+
+// The collection of all shares and, if wanted, each of them. A share counts when its folder exists
+// and a URL can hold its name.
+std::vector<ListedCollection> collections(request_rec* request, const Resource& resource,
+                                          bool withShares) {
+  const std::string base = std::string(resource.prefix) + "/";
+  std::vector<ListedCollection> listed{{base, base.substr(base.rfind('/', base.size() - 2) + 1),
+                                        apr_time_sec(request->request_time)}};
+  listed.front().name.pop_back();
+  if (!withShares) return listed;
+  for (const std::string& name : foldersOf(request).names()) {
+    if (name == "." || name == ".." || name.find('/') != std::string::npos ||
+        name.find('\0') != std::string::npos) {
+      continue;
+    }
+    const auto folder = foldersOf(request).folder(name);
+    apr_finfo_t found{};
+    if (!folder || apr_stat(&found, folder->c_str(), APR_FINFO_MIN, request->pool) != APR_SUCCESS ||
+        found.filetype != APR_DIR) {
+      continue;
+    }
+    listed.push_back({base + percentEncoded(name) + "/", name, apr_time_sec(found.mtime)});
+  }
+  return listed;
+}
+
+int answerPropfind(request_rec* request, const Resource& resource) {
+  const char* depth = apr_table_get(request->headers_in, "Depth");
+  if (depth == nullptr || ap_cstr_casecmp(depth, "infinity") == 0) {
+    // As mod_dav does below: the whole of all shares is no answer to a request.
+    ap_set_content_type(request, "text/xml; charset=\"utf-8\"");
+    request->status = HTTP_FORBIDDEN;
+    ap_rputs(
+        "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+        "<D:error xmlns:D=\"DAV:\"><D:propfind-finite-depth/></D:error>\n",
+        request);
+    return OK;
+  }
+  const bool withShares = std::strcmp(depth, "1") == 0;
+  if (!withShares && std::strcmp(depth, "0") != 0) return HTTP_BAD_REQUEST;
+  PropertyRequest asked;
+  if (const int status = readPropertyRequest(request, &asked); status != OK) return status;
+  const std::string body = multistatus(collections(request, resource, withShares), asked);
+  request->status = HTTP_MULTI_STATUS;
+  ap_set_content_type(request, "text/xml; charset=\"utf-8\"");
+  ap_set_content_length(request, static_cast<apr_off_t>(body.size()));
+  ap_rwrite(body.data(), static_cast<int>(body.size()), request);
+  return OK;
+}
+
+int answerForList(request_rec* request) {
+  if (request->handler == nullptr || std::strcmp(request->handler, kListHandler) != 0) {
+    return DECLINED;
+  }
+  if (request->method_number == M_PROPFIND) {
+    return answerPropfind(request, *configOf<Resource>(request->request_config));
+  }
+  if (const int status = ap_discard_request_body(request); status != OK) return status;
+  apr_table_setn(request->headers_out, "Allow", "OPTIONS,PROPFIND");
+  if (request->method_number != M_OPTIONS) return HTTP_METHOD_NOT_ALLOWED;
+  // What the shares below can do: some clients decide by the collection that they were given.
+  apr_table_setn(request->headers_out, "DAV", "1,2");
+  apr_table_setn(request->headers_out, "MS-Author-Via", "DAV");
+  ap_set_content_length(request, 0);
+  return OK;
+}
+
+// The boundary to Apache, which is C: no exception may cross it.
+template <int (*Hook)(request_rec*)>
+int guarded(request_rec* request) {
+  try {
+    return Hook(request);
+  } catch (...) {
+    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "out of memory");
+    return HTTP_INTERNAL_SERVER_ERROR;
+  }
+}
+
+void registerHooks(apr_pool_t* /*pool*/) {
+  ap_hook_translate_name(guarded<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
+  ap_hook_map_to_storage(guarded<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
+  ap_hook_fixups(guarded<decide>, nullptr, nullptr, APR_HOOK_LAST);
+  ap_hook_handler(guarded<answerForList>, nullptr, nullptr, APR_HOOK_MIDDLE);
+}
+
+void* createLocation(apr_pool_t* pool, char* /*path*/) {
+  return apr_pcalloc(pool, sizeof(Location));
+}
+
+void* mergeLocations(apr_pool_t* /*pool*/, void* outer, void* inner) {
+  return static_cast<Location*>(inner)->prefix != nullptr ? inner : outer;
+}
+
+apr_status_t deleteFolders(void* folders) {
+  delete static_cast<ShareFolders*>(folders);
+  return APR_SUCCESS;
+}
+
+// Each child process of Apache knows folders of its own.
+void* createFolders(apr_pool_t* pool, server_rec* /*server*/) {
+  auto* folders = new (std::nothrow) ShareFolders;
+  if (folders == nullptr) std::abort();
+  apr_pool_cleanup_register(pool, folders, deleteFolders, apr_pool_cleanup_null);
+  return folders;
+}
+
+const char* setShares(cmd_parms* command, void* location, int on) {
+  if (command->path == nullptr || command->path[0] != '/') {
+    return "TesselShares belongs into a <Location> with a path";
+  }
+  std::string_view prefix = command->path;
+  while (prefix.ends_with('/')) prefix.remove_suffix(1);
+  static_cast<Location*>(location)->prefix =
+      on != 0 ? apr_pstrmemdup(command->pool, prefix.data(), prefix.size()) : nullptr;
+  return nullptr;
+}
+
+// Apache stores functions of all shapes as one type and calls them by the shape that goes with the
+// directive.
+cmd_func asCommand(const char* (*function)(cmd_parms*, void*, int)) {
+  return reinterpret_cast<cmd_func>(reinterpret_cast<void (*)()>(function));
+}
+
+const command_rec kDirectives[] = {
+    AP_INIT_FLAG("TesselShares", asCommand(setShares), nullptr, ACCESS_CONF,
+                 "on: serve the WebDAV shares of this host below this location"),
+    {}};
+
+}  // namespace
+
+}  // namespace tessel
+
+extern "C" {
+module AP_MODULE_DECLARE_DATA tessel_module = {STANDARD20_MODULE_STUFF,
+                                               tessel::createLocation,
+                                               tessel::mergeLocations,
+                                               tessel::createFolders,
+                                               nullptr,
+                                               tessel::kDirectives,
+                                               tessel::registerHooks,
+                                               0};
+}
