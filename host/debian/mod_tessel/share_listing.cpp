@@ -92,7 +92,7 @@ std::string propstats(const ListedCollection& collection, const PropertyRequest&
     if (property != properties.end()) {
       found += element(*property, false);
     } else {
-      missing += "<" + wanted.name + " xmlns=\"" + xmlEscaped(wanted.nameSpace) + "\"/>";
+      missing += "<" + wanted.name + " xmlns=\"" + wanted.nameSpace + "\"/>";
     }
   }
   if (found.empty() && missing.empty()) return propstat(" ", "200 OK");

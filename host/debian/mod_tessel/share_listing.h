@@ -10,7 +10,7 @@
 namespace tessel {
 
 struct PropertyName {
-  std::string nameSpace;
+  std::string nameSpace;  // as it stands in an attribute of XML, which is how Apache hands it over
   std::string name;
 };
 

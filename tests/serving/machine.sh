@@ -1,0 +1,91 @@
+# shellcheck shell=bash
+# What the checks share: a machine on which Tessel was just installed, beside another site, with
+# three accounts. Sourced first by each check.
+set -euo pipefail
+
+host=dav.tessel.test
+url=https://$host:8443
+anna=anna:'gut 1: "ja"' # in the group tessel
+bert=bert:bertspw       # in no group
+share=/srv/share        # a folder that Apache's user may write to
+
+failures=0
+complain() {
+  echo "FAILED: $*" >&2
+  failures=$((failures + 1))
+}
+
+expect() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] || complain "$1: expected \"$2\", got \"$3\""
+}
+
+# To be called last: the check's exit status.
+finish() {
+  if [ "$failures" -gt 0 ]; then
+    echo "$failures failures; Apache's log:" >&2
+    tail -n 40 /var/log/apache2/tessel_error.log /var/log/apache2/error.log >&2 || true
+    exit 1
+  fi
+  echo "passed: $(basename "$0")"
+}
+
+# curl as Anna; -k is not needed, since the certificate is known and carries the host's name.
+dav() { # CURL-ARGUMENT...
+  curl -sS --cacert /etc/tessel/*.cert.pem -u "$anna" "$@"
+}
+
+# The status that a request is answered with; the body goes to /tmp/body.
+status() { # CURL-ARGUMENT...
+  dav -o /tmp/body -w '%{http_code}' "$@"
+}
+
+propfind() { # DEPTH URL [CURL-ARGUMENT...]
+  status -X PROPFIND -H "Depth: $1" "${@:2}"
+}
+
+configure() { # ENTRY...
+  printf '%s\n' '<plist version="1.0"><dict>' "$@" '</dict></plist>' >/etc/tessel/tessel.plist
+}
+
+make_account() { # USER:PASSWORD
+  useradd -M "${1%%:*}"
+  # chpasswd reads the password to the end of the line.
+  echo "$1" | chpasswd
+}
+
+install_tessel() {
+  cmake --install "$TESSEL_BUILD" >/dev/null
+  mkdir -p /var/lib/directory/local
+  mkdir -p -m 700 /Library/Keychains
+  a2enconf -q tessel-other
+  groupadd -f tessel
+  make_account "$anna"
+  make_account "$bert"
+  usermod -aG tessel anna
+  echo "127.0.0.1 $host" >>/etc/hosts
+  install -d -o www-data -g www-data "$share"
+}
+
+# Another site of the administrator's, with no module beyond what it needs itself.
+make_other_site() {
+  find /etc/apache2/mods-enabled /etc/apache2/sites-enabled /etc/apache2/conf-enabled \
+    -type l -delete
+  a2enmod -q mpm_event authz_core
+  a2enconf -q tessel-other
+  mkdir -p /srv/other
+  echo "the other site" >/srv/other/page
+  cat >/etc/apache2/sites-available/other.conf <<'END'
+<VirtualHost *:80>
+    ServerName other.test
+    DocumentRoot /srv/other
+    <Directory /srv/other>
+        Require all granted
+    </Directory>
+</VirtualHost>
+END
+  a2ensite -q other
+}
+
+launchctl=/usr/libexec/tessel/host/bin/launchctl
+install_tessel
+make_other_site
