@@ -39,6 +39,7 @@ namespace {
 
 constexpr const char* kListHandler = "tessel-share-list";
 constexpr const char* kFileHandler = "default-handler";
+constexpr const char* kDavHandler = "dav-handler";
 
 struct Location {
   const char* prefix;  // "/webdav"; null where shares are not served
@@ -121,11 +122,15 @@ int decide(request_rec* request) {
   if (resource->kind != Resource::Kind::InsideShare && wouldTakeAway(request)) {
     return HTTP_FORBIDDEN;
   }
-  if (resource->kind == Resource::Kind::List) request->handler = kListHandler;
-  if (request->method_number == M_GET && request->main == nullptr) {
-    const bool isCollection =
-        resource->kind == Resource::Kind::List || request->finfo.filetype == APR_DIR;
-    if (isCollection) return HTTP_FORBIDDEN;
+  if (request->method_number == M_POST) return HTTP_METHOD_NOT_ALLOWED;
+  const bool isCollection =
+      resource->kind == Resource::Kind::List || request->finfo.filetype == APR_DIR;
+  const bool isGet = request->method_number == M_GET;
+  if (isGet && isCollection && request->main == nullptr) return HTTP_FORBIDDEN;
+  if (resource->kind == Resource::Kind::List) {
+    request->handler = kListHandler;
+  } else if (isGet || request->handler == nullptr ||
+             std::strcmp(request->handler, kDavHandler) != 0) {
     // Whatever handler a file's name or type would choose: it is data.
     request->handler = kFileHandler;
   }
