@@ -1,0 +1,97 @@
+#include "host/debian/httpd_wrapper/apache_start.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+tessel::ApacheStart startWith(const std::string& entries) {
+  const auto list =
+      tessel::PropertyList::parse("<plist version=\"1.0\"><dict>" + entries + "</dict></plist>");
+  EXPECT_TRUE(list) << entries;
+  return list ? tessel::apacheStart(*list) : tessel::ApacheStart{};
+}
+
+std::string entry(const std::string& key, const std::string& value) {
+  return "<key>" + key + "</key><string>" + value + "</string>";
+}
+
+TEST(ApacheStart, WithoutEntriesEverythingIsThere) {
+  const auto start = startWith("");
+  const std::map<std::string, std::string> expected{{"TESSEL_ACCESS_GROUP", ""},
+                                                    {"TESSEL_CERT_ID", ""},
+                                                    {"TESSEL_SERVER_ADDR", "*"},
+                                                    {"TESSEL_SERVER_NAME", "localhost"},
+                                                    {"TESSEL_SERVER_PORT", "8443"}};
+  EXPECT_EQ(start.variables, expected);
+  EXPECT_EQ(start.defines, std::vector<std::string>{"TESSEL"});
+  EXPECT_TRUE(start.remarks.empty());
+}
+
+TEST(ApacheStart, TextsAreVariablesAndDefinesAreDefines) {
+  const auto start = startWith(entry("OTHER", "a \"b\"\nc") + entry("-D TESSEL_SSL", "") +
+                               "<key>-D ORRIN_HAS_DEFAULT_PORTS</key><true/>"
+                               "<key>NUMBER</key><integer>5</integer>" +
+                               entry("TESSEL_ACCESS_GROUP", "domain users"));
+  EXPECT_EQ(start.variables.at("OTHER"), "a \"b\"\nc");
+  EXPECT_EQ(start.variables.count("NUMBER"), 0U);
+  EXPECT_EQ(start.variables.at("TESSEL_ACCESS_GROUP"), "domain users");
+  EXPECT_EQ(start.defines, (std::vector<std::string>{"ORRIN_HAS_DEFAULT_PORTS", "TESSEL_SSL",
+                                                     "TESSEL", "TESSEL_ACCESS_GROUP"}));
+  EXPECT_TRUE(start.remarks.empty());
+}
+
+TEST(ApacheStart, WhatBelongsToTheHostOrIsNoNameIsLeftOut) {
+  for (const char* key : {"APACHE_RUN_USER", "LD_PRELOAD", "PATH", "GLIBC_TUNABLES", "A=B", "",
+                          "1A", "A B", "A&#10;B", "-D ", "-D a&#10;b", "-D a\"b"}) {
+    const auto start = startWith(entry(key, "x"));
+    EXPECT_EQ(start.variables.size(), 5U) << key;
+    EXPECT_EQ(start.defines.size(), 1U) << key;
+    EXPECT_EQ(start.remarks.size(), 1U) << key;
+  }
+}
+
+struct Replacement {
+  const char* key;
+  const char* value;
+  const char* expected;
+  bool isRemarked;
+};
+
+TEST(ApacheStart, ValuesThatApacheCannotUseAreReplaced) {
+  const Replacement cases[] = {
+      {"TESSEL_SERVER_ADDR", "", "*", false},
+      {"TESSEL_SERVER_ADDR", "192.0.2.1", "192.0.2.1", false},
+      {"TESSEL_SERVER_ADDR", "::1", "[::1]", false},
+      {"TESSEL_SERVER_ADDR", "192.0.2.1:80", "127.0.0.1", true},
+      {"TESSEL_SERVER_ADDR", "* https", "127.0.0.1", true},
+      {"TESSEL_SERVER_ADDR", "example.org", "127.0.0.1", true},
+      {"TESSEL_SERVER_PORT", "", "8443", false},
+      {"TESSEL_SERVER_PORT", "81", "81", false},
+      {"TESSEL_SERVER_PORT", "65535", "65535", false},
+      {"TESSEL_SERVER_PORT", "65536", "8443", true},
+      {"TESSEL_SERVER_PORT", "0", "8443", true},
+      {"TESSEL_SERVER_PORT", "-1", "8443", true},
+      {"TESSEL_SERVER_PORT", "81 https", "8443", true},
+      {"TESSEL_SERVER_NAME", "dav.example.org", "dav.example.org", false},
+      {"TESSEL_SERVER_NAME", "a\" \"b", "localhost", true},
+      {"TESSEL_SERVER_NAME", "a:80", "localhost", true},
+      {"TESSEL_CERT_ID", "My Server.0a", "My Server.0a", false},
+      {"TESSEL_CERT_ID", "../x", "", true},
+      {"TESSEL_CERT_ID", "a\"b", "", true},
+      {"TESSEL_ACCESS_GROUP", "a\" \"b", ":", true},
+      {"TESSEL_ACCESS_GROUP", "a\nb", ":", true},
+      {"TESSEL_ACCESS_GROUP", "${HOME}", ":", true},
+      {"TESSEL_ACCESS_GROUP", "a\\", ":", true},
+  };
+  for (const Replacement& row : cases) {
+    const auto start = startWith(entry(row.key, row.value));
+    EXPECT_EQ(start.variables.at(row.key), row.expected) << row.key << " " << row.value;
+    EXPECT_EQ(start.remarks.size(), row.isRemarked ? 1U : 0U) << row.key << " " << row.value;
+  }
+}
+
+}  // namespace
