@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 # What the checks share: a machine on which Tessel was just installed, beside another site, with
 # three accounts. Sourced first by each check.
 set -euo pipefail
@@ -56,7 +56,8 @@ make_account() { # USER:PASSWORD
 install_tessel() {
   cmake --install "$TESSEL_BUILD" >/dev/null
   mkdir -p /var/lib/directory/local
-  mkdir -p -m 700 /Library/Keychains
+  mkdir -p /Library/Keychains
+  chmod 700 /Library/Keychains
   a2enconf -q tessel-other
   groupadd -f tessel
   make_account "$anna"
