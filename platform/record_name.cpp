@@ -34,8 +34,8 @@ std::optional<std::string> recordName(std::string_view fileName) {
   while (!rest.empty()) {
     const auto high = rest.size() < 3 ? std::string_view::npos : kDigits.find(rest[1]);
     const auto low = rest.size() < 3 ? std::string_view::npos : kDigits.find(rest[2]);
-    const bool isEscape = rest[0] == '%' && high != std::string_view::npos &&
-                          low != std::string_view::npos;
+    const bool isEscape =
+        rest[0] == '%' && high != std::string_view::npos && low != std::string_view::npos;
     name += isEscape ? static_cast<char>(high << 4U | low) : rest[0];
     rest.remove_prefix(isEscape ? 3 : 1);
   }

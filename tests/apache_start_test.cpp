@@ -62,7 +62,7 @@ struct Replacement {
 };
 
 TEST(ApacheStart, ValuesThatApacheCannotUseAreReplaced) {
-  const Replacement cases[] = {
+  const std::vector<Replacement> cases{
       {"TESSEL_SERVER_ADDR", "", "*", false},
       {"TESSEL_SERVER_ADDR", "192.0.2.1", "192.0.2.1", false},
       {"TESSEL_SERVER_ADDR", "::1", "[::1]", false},

@@ -290,6 +290,7 @@ cmd_func asCommand(const char* (*function)(cmd_parms*, void*, int)) {
   return reinterpret_cast<cmd_func>(reinterpret_cast<void (*)()>(function));
 }
 
+// NOLINTNEXTLINE(cert-err58-cpp,modernize-avoid-c-arrays): as Apache's macros want it
 const command_rec kDirectives[] = {
     AP_INIT_FLAG("TesselShares", asCommand(setShares), nullptr, ACCESS_CONF,
                  "on: serve the WebDAV shares of this host below this location"),

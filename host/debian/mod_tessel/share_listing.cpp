@@ -45,7 +45,7 @@ std::string httpDate(std::time_t time) {
   std::tm utc{};
   ::gmtime_r(&time, &utc);
   std::array<char, 64> text{};
-  std::strftime(text.data(), text.size(), "%d ? %Y %H:%M:%S GMT", &utc);
+  (void)std::strftime(text.data(), text.size(), "%d ? %Y %H:%M:%S GMT", &utc);
   std::string date = text.data();
   date.replace(date.find('?'), 1, kMonths.at(static_cast<size_t>(utc.tm_mon)));
   return std::string(kDays.at(static_cast<size_t>(utc.tm_wday))) + ", " + date;
