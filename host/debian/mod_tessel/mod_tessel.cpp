@@ -51,7 +51,8 @@ struct Resource {
   enum class Kind { List, ShareRoot, InsideShare } kind;
   int status;          // OK, or what to answer with
   const char* prefix;  // of the location
-  const char* folder;  // of the share
+  const char* name;    // of the share, null for the list
+  const char* folder;  // of the share, null when there is none
   const char* rest;    // of the URL, below the share
 };
 
@@ -62,6 +63,12 @@ T* configOf(ap_conf_vector_t* vector) {
 
 ShareFolders& foldersOf(request_rec* request) {
   return *configOf<ShareFolders>(request->server->module_config);
+}
+
+// What the request means of which this is a subrequest. For the entries of a folder mod_dav makes
+// one each, which need not find everything anew.
+const Resource* outerResource(request_rec* request) {
+  return request->main == nullptr ? nullptr : configOf<Resource>(request->main->request_config);
 }
 
 // Before authentication: which share is meant?
@@ -88,12 +95,15 @@ int translateName(request_rec* request) {
   resource->kind = path.find_first_not_of('/') == std::string_view::npos
                        ? Resource::Kind::ShareRoot
                        : Resource::Kind::InsideShare;
-  if (const auto folder = foldersOf(request).folder(name)) {
+  resource->name = apr_pstrmemdup(pool, name.data(), name.size());
+  resource->rest = apr_pstrmemdup(pool, path.data(), path.size());
+  const Resource* outer = outerResource(request);
+  if (outer != nullptr && outer->name != nullptr && outer->name == name) {
+    resource->folder = outer->folder;
+  } else if (const auto folder = foldersOf(request).folder(name)) {
     resource->folder = apr_pstrmemdup(pool, folder->data(), folder->size());
-    resource->rest = apr_pstrmemdup(pool, path.data(), path.size());
-  } else {
-    resource->status = HTTP_NOT_FOUND;
   }
+  if (resource->folder == nullptr) resource->status = HTTP_NOT_FOUND;
   return OK;
 }
 
@@ -102,7 +112,10 @@ int mapToStorage(request_rec* request) {
   auto* resource = configOf<Resource>(request->request_config);
   if (resource == nullptr) return DECLINED;
   if (resource->folder != nullptr) {
-    resource->status = walkToResource(request, resource->folder, resource->rest);
+    const Resource* outer = outerResource(request);
+    const bool isWalked = outer != nullptr && outer->folder != nullptr && outer->status == OK;
+    resource->status = walkToResource(request, resource->folder, resource->rest,
+                                      isWalked ? request->main : nullptr);
   }
   return OK;
 }

@@ -44,10 +44,16 @@ int lookAt(request_rec* request, const std::string& path, apr_finfo_t* found) {
   return OK;
 }
 
-int walk(request_rec* request, std::string path, std::string_view rest) {
+int walk(request_rec* request, std::string path, std::string_view rest, const request_rec* walked) {
   apr_finfo_t found{};
-  if (apr_stat(&found, path.c_str(), kWanted, request->pool) != APR_SUCCESS ||
-      found.filetype != APR_DIR) {
+  const std::string whole = path + std::string(rest);
+  const std::string known = walked != nullptr ? std::string(walked->filename) + "/" : "";
+  if (walked != nullptr && walked->finfo.filetype == APR_DIR && whole.starts_with(known)) {
+    found = walked->finfo;
+    path = walked->filename;
+    rest = std::string_view(whole).substr(known.size());
+  } else if (apr_stat(&found, path.c_str(), kWanted, request->pool) != APR_SUCCESS ||
+             found.filetype != APR_DIR) {
     return HTTP_NOT_FOUND;
   }
   while (found.filetype == APR_DIR) {
@@ -72,8 +78,9 @@ int walk(request_rec* request, std::string path, std::string_view rest) {
 
 }  // namespace
 
-int walkToResource(request_rec* request, const char* folder, const char* rest) {
-  const int status = walk(request, folder, rest);
+int walkToResource(request_rec* request, const char* folder, const char* rest,
+                   const request_rec* walked) {
+  const int status = walk(request, folder, rest, walked);
   if (status != OK) nameNothing(request);
   return status;
 }

@@ -10,8 +10,10 @@ namespace tessel {
 // the share. What does not exist is no failure: finfo says so. Returns OK, or the status to answer
 // with: 404 when the share's folder is missing and for mod_dav's own property files, 403 for a
 // symbolic link that dangles or whose target has another owner, for what is no file or folder, and
-// for what cannot be looked at. After a failure the request names nothing.
-int walkToResource(request_rec* request, const char* folder, const char* rest);
+// for what cannot be looked at. After a failure the request names nothing. What another request,
+// if one is given, was led to by this is not walked through again.
+int walkToResource(request_rec* request, const char* folder, const char* rest,
+                   const request_rec* walked);
 
 // Makes the request name nothing, so that whoever looks at it finds no file.
 void nameNothing(request_rec* request);
