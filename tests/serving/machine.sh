@@ -54,6 +54,8 @@ make_account() { # USER:PASSWORD
 }
 
 install_tessel() {
+  # What this machine serves itself has no part in this.
+  rm -rf /etc/tessel /etc/apache2/other /etc/apache2/env.plist /Library /var/lib/directory
   cmake --install "$TESSEL_BUILD" >/dev/null
   mkdir -p /var/lib/directory/local
   mkdir -p /Library/Keychains
