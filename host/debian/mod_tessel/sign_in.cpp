@@ -114,8 +114,9 @@ void remember(request_rec* request, const char* user, const char* password) {
 }
 
 authn_status checkPassword(request_rec* request, const char* user, const char* password) {
-  // pwauth(8) takes a line each, which it cuts at 1000 bytes at the latest. Its statuses 1 and 2
-  // are an unknown user and a wrong password, 3 to 7 accounts that may not sign in.
+  // pwauth(8) reads a line each, into buffers of a size that it does not tell. Its statuses 1 and 2
+  // are an unknown user and a wrong password, 3 to 7 accounts that may not sign in; from 50 on it
+  // cannot do its work.
   constexpr size_t kLongestText = 500;
   constexpr int kLastRefusal = 7;
   try {
