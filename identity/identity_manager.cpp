@@ -2,6 +2,7 @@
 
 #include "platform/console.h"
 #include "platform/host.h"
+#include "platform/text.h"
 #include "platform/trust.h"
 
 namespace tessel {
@@ -127,15 +128,9 @@ std::optional<std::string> IdentityManager::CertIDForIdentity(
 }
 
 std::optional<std::string> IdentityManager::CreateSHA256HashStringWithData(std::string_view data) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   const auto digest = sha256(data);
   if (!digest) return std::nullopt;
-  std::string text;
-  for (const unsigned byte : *digest) {
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0xFU];
-  }
-  return text;
+  return hexadecimal({reinterpret_cast<const char*>(digest->data()), digest->size()});
 }
 
 }  // namespace tessel

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "platform/text.h"
+
 namespace tessel {
 
 namespace {
@@ -46,17 +48,6 @@ std::string quotedWhereNeeded(std::string_view text) {
   return quoted + '"';
 }
 
-std::string hexadecimal(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text = "<";
-  for (const char c : bytes) {
-    const unsigned byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0xFU];
-  }
-  return text + '>';
-}
-
 // An array whose elements `text` renders.
 template <typename Elements, typename Text>
 std::string array(const Elements& elements, size_t indent, Text text) {
@@ -83,7 +74,7 @@ std::string nested(const PropertyListValue& value, size_t indent) {
                  [&](const auto& element) { return nested(element, indent + kIndent); });
   }
   if (const auto string = value.string()) return quotedWhereNeeded(*string);
-  if (const auto data = value.data()) return hexadecimal(*data);
+  if (const auto data = value.data()) return "<" + hexadecimal(*data) + ">";
   return quotedWhereNeeded(value.scalarText());
 }
 

@@ -16,6 +16,7 @@
 #include "platform/host.h"
 #include "platform/keychain.h"
 #include "platform/process.h"
+#include "platform/text.h"
 
 namespace {
 
@@ -65,19 +66,12 @@ std::string shown(const std::string& label) {
   return text;
 }
 
-std::string padded(std::string text, size_t width) {
-  if (text.size() < width) text.resize(width, ' ');
-  return text + "  ";
-}
-
 // The beginning of the certificate's SHA-256, as in the names of the exported files.
 std::string fingerprint(const Certificate& certificate) {
+  constexpr size_t kShownBytes = 8;
   const auto digest = sha256(certificate.der());
-  std::array<char, 17> text{};
-  for (size_t i = 0; digest && i < (text.size() - 1) / 2; ++i) {
-    (void)std::snprintf(text.data() + 2 * i, 3, "%02x", digest->at(i));
-  }
-  return text.data();
+  if (!digest) return "-";
+  return hexadecimal({reinterpret_cast<const char*>(digest->data()), kShownBytes});
 }
 
 int list(const Keychain& keychain) {
@@ -89,7 +83,7 @@ int list(const Keychain& keychain) {
   }
   const auto row = [](const std::string& id, const std::string& kind, const std::string& expiry,
                       const std::string& digest, const std::string& label) {
-    printLine(padded(id, 4) + padded(kind, 11) + padded(expiry, 10) + padded(digest, 16) + label);
+    printLine(padded(id, 6) + padded(kind, 13) + padded(expiry, 12) + padded(digest, 18) + label);
   };
   row("ID", "KIND", "EXPIRES", "SHA-256", "LABEL");
   for (const KeychainItem& item : *items) {
