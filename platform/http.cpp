@@ -1,11 +1,12 @@
 #include "platform/http.h"
 
-#include <curl/curl.h>
 #include <strings.h>
 
 #include <array>
 #include <cstdlib>
 #include <memory>
+
+#include "platform/curl_library.h"
 
 namespace tessel {
 
@@ -20,10 +21,10 @@ size_t discard(const char* /*bytes*/, size_t size, size_t count, void* /*context
 }
 
 // The host of a parsed URL, empty when it has none.
-std::string hostOf(CURLU* url) {
+std::string hostOf(const CurlLibrary& curl, CURLU* url) {
   char* host = nullptr;
-  (void)::curl_url_get(url, CURLUPART_HOST, &host, 0);
-  const Text owned(host, ::curl_free);
+  (void)curl.url_get(url, CURLUPART_HOST, &host, 0);
+  const Text owned(host, curl.free);
   return host == nullptr ? std::string() : std::string(host);
 }
 
@@ -32,21 +33,23 @@ std::string hostOf(CURLU* url) {
 Result<std::int64_t> httpGet(const std::string& url, const std::string& anyCertificateHost) {
   // The library would write the keys of every TLS connection to the file that this names.
   (void)::unsetenv("SSLKEYLOGFILE");
+  const Result<CurlLibrary> curl = CurlLibrary::load();
+  if (!curl) return curl.error();
   // The client uses these until it is gone.
   std::array<char, CURL_ERROR_SIZE> details{};
-  const URL parsed(::curl_url(), ::curl_url_cleanup);
-  const Client client(::curl_easy_init(), ::curl_easy_cleanup);
+  const URL parsed(curl->url(), curl->url_cleanup);
+  const Client client(curl->easy_init(), curl->easy_cleanup);
   if (!client || !parsed) return Error{"cannot set up the HTTP client"};
 
   const CURLUcode malformed =
-      ::curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_DISALLOW_USER);
-  if (malformed != CURLUE_OK) return Error{::curl_url_strerror(malformed)};
+      curl->url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_DISALLOW_USER);
+  if (malformed != CURLUE_OK) return Error{curl->url_strerror(malformed)};
   const bool anyCertificate =
-      ::strcasecmp(hostOf(parsed.get()).c_str(), anyCertificateHost.c_str()) == 0;
+      ::strcasecmp(hostOf(*curl, parsed.get()).c_str(), anyCertificateHost.c_str()) == 0;
 
   CURLcode status = CURLE_OK;
   const auto set = [&](CURLoption option, auto value) {
-    if (status == CURLE_OK) status = ::curl_easy_setopt(client.get(), option, value);
+    if (status == CURLE_OK) status = curl->easy_setopt(client.get(), option, value);
   };
   set(CURLOPT_ERRORBUFFER, details.data());
   set(CURLOPT_NOSIGNAL, 1L);
@@ -58,13 +61,13 @@ Result<std::int64_t> httpGet(const std::string& url, const std::string& anyCerti
   set(CURLOPT_SSL_VERIFYPEER, anyCertificate ? 0L : 1L);
   set(CURLOPT_SSL_VERIFYHOST, anyCertificate ? 0L : 2L);
   set(CURLOPT_WRITEFUNCTION, discard);
-  if (status == CURLE_OK) status = ::curl_easy_perform(client.get());
+  if (status == CURLE_OK) status = curl->easy_perform(client.get());
   if (status != CURLE_OK) {
-    return Error{details[0] != '\0' ? details.data() : ::curl_easy_strerror(status)};
+    return Error{details[0] != '\0' ? details.data() : curl->easy_strerror(status)};
   }
 
   long code = 0;
-  (void)::curl_easy_getinfo(client.get(), CURLINFO_RESPONSE_CODE, &code);
+  (void)curl->easy_getinfo(client.get(), CURLINFO_RESPONSE_CODE, &code);
   return std::int64_t{code};
 }
 

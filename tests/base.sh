@@ -24,6 +24,9 @@ install_program() { # FILE PLACE
 for pair in "$@"; do
   install_program "${pair%%=*}" "${pair#*=}"
 done
+# Loaded when it is needed, so that no program names it.
+libcurl=$(PATH=$PATH:/sbin ldconfig -p | sed -n 's/.*libcurl\.so\.4 .*=> //p' | head -n 1)
+install_program "$libcurl" "$libcurl"
 # Not command -v, which names a shell's own version of some.
 locate() { # TOOL
   for place in /usr/bin /bin /usr/sbin /sbin; do

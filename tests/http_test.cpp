@@ -77,6 +77,11 @@ TEST_F(HTTP, OtherURLsAreRefusedBeforeAnythingIsSent) {
   }
 }
 
+TEST_F(HTTP, WithoutItsLibraryItSaysSo) {
+  EXPECT_EQ(host.shell("rm /lib/*/libcurl.so.4; http_get http://localhost:8080 ''").output,
+            "error: libcurl.so.4: cannot open shared object file: No such file or directory\n");
+}
+
 TEST_F(HTTP, AnyCertificateIsTakenFromOneHostOnly) {
   ASSERT_EQ(host.shell(authorityScript() + issue("own", "web.example", "self", "DNS:web.example") +
                        issue("issued", "localhost", "root", "DNS:localhost") +
