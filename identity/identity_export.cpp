@@ -1,28 +1,57 @@
 #include "identity/identity_manager.h"
 #include "platform/console.h"
 #include "platform/file_manager.h"
+#include "platform/folder_lock.h"
 
 namespace tessel {
 
 namespace {
 
+constexpr const char* kFolder = "/etc/tessel";
 constexpr const char* kPassPhraseToolPath = "/etc/tessel/getSSLPassPhrase.sh";
 constexpr mode_t kKeyMode = 0600;
 constexpr mode_t kPassPhraseToolMode = 0700;
 
-// A file that has its mode before it has any content.
-bool writePrivateFile(const std::string& path, mode_t mode, std::string_view content,
-                      const std::string& creationFailure, const std::string& writeFailure) {
+// What is to be told of the writing, once nobody has to wait for it any more.
+struct Outcome {
+  bool keyIsWritten = false;
+  std::optional<std::string> failure;
+};
+
+// A file that has its mode before it has any content. Returns the message when that fails.
+std::optional<std::string> writePrivateFile(const std::string& path, mode_t mode,
+                                            std::string_view content,
+                                            const std::string& creationFailure,
+                                            const std::string& writeFailure) {
   const FileManager files;
-  if (files.createFile(path, mode)) {
-    reportError(creationFailure + path);
-    return false;
+  if (files.createFile(path, mode)) return creationFailure + path;
+  if (files.writeInPlace(path, content)) return writeFailure + path;
+  return std::nullopt;
+}
+
+Outcome writeFiles(const std::string& certID, const std::string& key,
+                   const std::string& certificate, const Secret& passPhrase) {
+  Outcome outcome;
+  // Two exports at once would leave the key of one beside the pass phrase of the other. Where there
+  // is nothing to lock, the first file that cannot be made is what there is to report.
+  const auto lock = lockFolder(kFolder);
+  outcome.failure = writePrivateFile(exportedKeyPath(certID), kKeyMode, key,
+                                     "Failed to create exported key file at ",
+                                     "Failed to write exported key to ");
+  if (outcome.failure) return outcome;
+  outcome.keyIsWritten = true;
+
+  const std::string certificatePath = exportedCertificatePath(certID);
+  if (FileManager().writeAtomically(certificatePath, certificate, FileManager::Attributes::Fresh)) {
+    outcome.failure = "Failed to write exported cert to " + certificatePath;
+    return outcome;
   }
-  if (files.writeInPlace(path, content)) {
-    reportError(writeFailure + path);
-    return false;
-  }
-  return true;
+
+  const Secret script{"#!/bin/sh\necho '", passPhrase.view(), "'"};
+  outcome.failure = writePrivateFile(kPassPhraseToolPath, kPassPhraseToolMode, script.view(),
+                                     "Failed to create pass phrase tool file at ",
+                                     "Failed to write pass phrase tool to ");
+  return outcome;
 }
 
 }  // namespace
@@ -50,24 +79,10 @@ bool IdentityManager::exportIdentity(const Identity& identity, const Certificate
     return false;
   }
 
-  const std::string keyPath = exportedKeyPath(*certID);
-  if (!writePrivateFile(keyPath, kKeyMode, key.text, "Failed to create exported key file at ",
-                        "Failed to write exported key to ")) {
-    return false;
-  }
-  printLine("Exported encrypted key to " + keyPath);
-
-  const std::string certificatePath = exportedCertificatePath(*certID);
-  if (FileManager().writeAtomically(certificatePath, certificate.text,
-                                    FileManager::Attributes::Fresh)) {
-    reportError("Failed to write exported cert to " + certificatePath);
-    return false;
-  }
-
-  const Secret script{"#!/bin/sh\necho '", passPhrase->view(), "'"};
-  if (!writePrivateFile(kPassPhraseToolPath, kPassPhraseToolMode, script.view(),
-                        "Failed to create pass phrase tool file at ",
-                        "Failed to write pass phrase tool to ")) {
+  const Outcome outcome = writeFiles(*certID, key.text, certificate.text, *passPhrase);
+  if (outcome.keyIsWritten) printLine("Exported encrypted key to " + exportedKeyPath(*certID));
+  if (outcome.failure) {
+    reportError(*outcome.failure);
     return false;
   }
   printLine("Identity export succeeded");

@@ -1,7 +1,6 @@
 #include "platform/directory.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include "platform/description.h"
 #include "platform/file_descriptor.h"
 #include "platform/file_manager.h"
+#include "platform/folder_lock.h"
 #include "platform/path.h"
 #include "platform/plist_bounds.h"
 #include "platform/property_list.h"
@@ -37,19 +37,6 @@ Result<RecordFile> readRecord(const std::string& path) {
   Result<PropertyList> list = PropertyList::parse(*bytes);
   if (!list) return Error{path + " " + list.error().description};
   return RecordFile{std::move(*bytes), std::move(*list)};
-}
-
-// Waits for the lock under which every program changes records; closing the descriptor frees it.
-Result<FileDescriptor> lockRecords() {
-  const auto failed = [] {
-    return Error{std::string("cannot lock ") + kSharePoints + ": " + std::strerror(errno)};
-  };
-  FileDescriptor folder(::open(kSharePoints, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder) return failed();
-  while (::flock(folder.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) return failed();
-  }
-  return folder;
 }
 
 // Puts the list in the record's place, unless it would be a record that not everybody can read
@@ -100,7 +87,7 @@ Result<AttributeValues> DirectoryRecord::values(const std::string& attribute) co
 MaybeError DirectoryRecord::setValues(const std::string& attribute,
                                       const AttributeValues& values) const {
   if (auto failure = checkValues(attribute, values)) return failure;
-  const auto lock = lockRecords();
+  const auto lock = lockFolder(kSharePoints);
   if (!lock) return lock.error();
   auto file = readRecord(path);
   if (!file) return file.error();
@@ -109,7 +96,7 @@ MaybeError DirectoryRecord::setValues(const std::string& attribute,
 }
 
 MaybeError DirectoryRecord::remove() const {
-  const auto lock = lockRecords();
+  const auto lock = lockFolder(kSharePoints);
   if (!lock) return lock.error();
   const FileManager fileManager;
   if (seen) {
@@ -193,7 +180,7 @@ RecordResult DirectoryNode::createSharePoint(const std::string& name,
   if (auto failure = FileManager().createDirectory(kSharePoints, kRecordFolderMode)) {
     return failed(*failure);
   }
-  const auto lock = lockRecords();
+  const auto lock = lockFolder(kSharePoints);
   if (!lock) return failed(lock.error());
   DirectoryRecord record(appendPathComponent(kSharePoints, recordFileName(name)));
   struct stat status {};
