@@ -1,4 +1,5 @@
 #include "control/tessel_ctl.h"
+#include "control/user_job.h"
 #include "platform/console.h"
 #include "platform/description.h"
 #include "platform/process.h"
@@ -10,37 +11,6 @@ namespace {
 
 constexpr std::int32_t kHTTPSPort = 443;
 constexpr std::int64_t kOK = 200;
-
-// Cuts off what follows the text's last dot, and the dot, and returns it. A text without a dot has
-// nothing to cut off.
-std::string takeExtension(std::string& text) {
-  const size_t dot = text.rfind('.');
-  if (dot == std::string::npos) return {};
-  std::string extension = text.substr(dot + 1);
-  text.erase(dot);
-  return extension;
-}
-
-// What the name of a per-user job file says: PREFIX.USER-PID.PORT.plist. What a name lacks is
-// empty.
-struct UserJob {
-  std::string user;
-  std::string mapperPID;
-  std::string port;
-};
-
-UserJob userJob(std::string name) {
-  UserJob job;
-  (void)takeExtension(name);
-  job.port = takeExtension(name);
-  const std::string userAndPID = takeExtension(name);
-  const size_t dash = userAndPID.find('-');
-  job.user = userAndPID.substr(0, dash);
-  if (dash != std::string::npos) {
-    job.mapperPID = userAndPID.substr(dash + 1, userAndPID.find('-', dash + 1) - dash - 1);
-  }
-  return job;
-}
 
 void printUserRow(const std::string& user, const std::string& port, const std::string& responding,
                   const std::string& mapperPID, const std::string& alive) {
