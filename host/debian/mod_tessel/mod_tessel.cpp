@@ -15,7 +15,6 @@
 #include <http_request.h>
 #include <util_xml.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -23,9 +22,11 @@
 #include <string_view>
 #include <vector>
 
+#include "host/debian/mod_tessel/property_request.h"
 #include "host/debian/mod_tessel/resource_walk.h"
 #include "host/debian/mod_tessel/share_folders.h"
 #include "host/debian/mod_tessel/share_listing.h"
+#include "host/debian/mod_tessel/share_url.h"
 #include "host/debian/mod_tessel/sign_in.h"
 
 extern "C" {
@@ -48,7 +49,7 @@ struct Location {
 
 // What a request means.
 struct Resource {
-  enum class Kind { List, ShareRoot, InsideShare } kind;
+  ShareURL::Kind kind;
   int status;          // OK, or what to answer with
   const char* prefix;  // of the location
   const char* name;    // of the share, null for the list
@@ -75,28 +76,19 @@ const Resource* outerResource(request_rec* request) {
 int translateName(request_rec* request) {
   const char* prefix = configOf<Location>(request->per_dir_config)->prefix;
   if (prefix == nullptr) return DECLINED;
-  const std::string_view uri = request->uri;
-  if (!uri.starts_with(prefix)) return DECLINED;
-  std::string_view path = uri.substr(std::strlen(prefix));
-  if (!path.empty() && path.front() != '/') return DECLINED;
-  path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+  const auto url = shareURL(prefix, request->uri);
+  if (!url) return DECLINED;
 
   apr_pool_t* pool = request->pool;
   auto* resource = static_cast<Resource*>(apr_pcalloc(pool, sizeof(Resource)));
   resource->prefix = prefix;
   ap_set_module_config(request->request_config, &tessel_module, resource);
+  resource->kind = url->kind;
   nameNothing(request);
-  if (path.empty()) {
-    resource->kind = Resource::Kind::List;
-    return OK;
-  }
-  const std::string name(path.substr(0, path.find('/')));
-  path.remove_prefix(name.size());
-  resource->kind = path.find_first_not_of('/') == std::string_view::npos
-                       ? Resource::Kind::ShareRoot
-                       : Resource::Kind::InsideShare;
+  if (url->kind == ShareURL::Kind::List) return OK;
+  const std::string name(url->name);
   resource->name = apr_pstrmemdup(pool, name.data(), name.size());
-  resource->rest = apr_pstrmemdup(pool, path.data(), path.size());
+  resource->rest = apr_pstrmemdup(pool, url->rest.data(), url->rest.size());
   const Resource* outer = outerResource(request);
   if (outer != nullptr && outer->name != nullptr && outer->name == name) {
     resource->folder = outer->folder;
@@ -133,15 +125,15 @@ int decide(request_rec* request) {
   const auto* resource = configOf<Resource>(request->request_config);
   if (resource == nullptr) return DECLINED;
   if (resource->status != OK) return resource->status;
-  if (resource->kind != Resource::Kind::InsideShare && wouldTakeAway(request)) {
+  if (resource->kind != ShareURL::Kind::InsideShare && wouldTakeAway(request)) {
     return HTTP_FORBIDDEN;
   }
   if (request->method_number == M_POST) return HTTP_METHOD_NOT_ALLOWED;
   const bool isCollection =
-      resource->kind == Resource::Kind::List || request->finfo.filetype == APR_DIR;
+      resource->kind == ShareURL::Kind::List || request->finfo.filetype == APR_DIR;
   const bool isGet = request->method_number == M_GET;
   if (isGet && isCollection && request->main == nullptr) return HTTP_FORBIDDEN;
-  if (resource->kind == Resource::Kind::List) {
+  if (resource->kind == ShareURL::Kind::List) {
     request->handler = kListHandler;
   } else if (isGet || request->handler == nullptr ||
              std::strcmp(request->handler, kDavHandler) != 0) {
@@ -149,35 +141,6 @@ int decide(request_rec* request) {
     request->handler = kFileHandler;
   }
   return OK;
-}
-
-// Reads what a PROPFIND asks for; returns OK or the status to answer with.
-int readPropertyRequest(request_rec* request, PropertyRequest* asked) {
-  apr_xml_doc* document = nullptr;
-  if (const int status = ap_xml_parse_input(request, &document); status != OK) return status;
-  if (document == nullptr) return OK;
-  const auto isDAV = [](const apr_xml_elem* element, const char* name) {
-    return element->ns == APR_XML_NS_DAV_ID && std::strcmp(element->name, name) == 0;
-  };
-  if (!isDAV(document->root, "propfind")) return HTTP_BAD_REQUEST;
-  for (const apr_xml_elem* form = document->root->first_child; form != nullptr; form = form->next) {
-    if (isDAV(form, "allprop")) return OK;
-    if (isDAV(form, "propname")) {
-      asked->namesOnly = true;
-      return OK;
-    }
-    if (!isDAV(form, "prop")) continue;
-    auto& wanted = asked->wanted.emplace();
-    for (const apr_xml_elem* property = form->first_child; property != nullptr;
-         property = property->next) {
-      const bool hasNameSpace = property->ns != APR_XML_NS_NONE;
-      wanted.push_back(
-          {hasNameSpace ? APR_XML_GET_URI_ITEM(document->namespaces, property->ns) : "",
-           property->name});
-    }
-    return OK;
-  }
-  return HTTP_BAD_REQUEST;
 }
 
 // The collection of all shares and, if wanted, each of them. A share counts when its folder exists
@@ -190,10 +153,7 @@ std::vector<ListedCollection> collections(request_rec* request, const Resource& 
   listed.front().name.pop_back();
   if (!withShares) return listed;
   for (const std::string& name : foldersOf(request).names()) {
-    if (name == "." || name == ".." || name.find('/') != std::string::npos ||
-        name.find('\0') != std::string::npos) {
-      continue;
-    }
+    if (!hasURL(name)) continue;
     const auto folder = foldersOf(request).folder(name);
     apr_finfo_t found{};
     if (!folder || apr_stat(&found, folder->c_str(), APR_FINFO_MIN, request->pool) != APR_SUCCESS ||
@@ -219,9 +179,11 @@ int answerPropfind(request_rec* request, const Resource& resource) {
   }
   const bool withShares = std::strcmp(depth, "1") == 0;
   if (!withShares && std::strcmp(depth, "0") != 0) return HTTP_BAD_REQUEST;
-  PropertyRequest asked;
-  if (const int status = readPropertyRequest(request, &asked); status != OK) return status;
-  const std::string body = multistatus(collections(request, resource, withShares), asked);
+  apr_xml_doc* document = nullptr;
+  if (const int status = ap_xml_parse_input(request, &document); status != OK) return status;
+  const auto asked = propertyRequest(document, request->pool);
+  if (!asked) return HTTP_BAD_REQUEST;
+  const std::string body = multistatus(collections(request, resource, withShares), *asked);
   request->status = HTTP_MULTI_STATUS;
   ap_set_content_type(request, "text/xml; charset=\"utf-8\"");
   ap_set_content_length(request, static_cast<apr_off_t>(body.size()));
