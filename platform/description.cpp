@@ -1,5 +1,6 @@
 #include "platform/description.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string_view>
 
@@ -16,74 +17,92 @@ bool isBare(char c) {
          c == '$' || c == '/' || c == ':' || c == '.';
 }
 
-std::string escaped(char c) {
+// All of what follows appends to the text, so that deep values are not copied level by level.
+void addEscaped(char c, std::string& text) {
   const unsigned byte = static_cast<unsigned char>(c);
   switch (c) {
     case '"':
-      return "\\\"";
+      text += "\\\"";
+      return;
     case '\\':
-      return "\\\\";
+      text += "\\\\";
+      return;
     case '\n':
-      return "\\n";
+      text += "\\n";
+      return;
     case '\r':
-      return "\\r";
+      text += "\\r";
+      return;
     case '\t':
-      return "\\t";
+      text += "\\t";
+      return;
     default:
       break;
   }
-  if (byte >= 0x20 && byte != 0x7F) return {c};
+  if (byte >= 0x20 && byte != 0x7F) {
+    text += c;
+    return;
+  }
   const auto digit = [byte](unsigned shift) {
     return static_cast<char>('0' + ((byte >> shift) & 7U));
   };
-  return {'\\', digit(6), digit(3), digit(0)};
+  text += {'\\', digit(6), digit(3), digit(0)};
 }
 
-std::string quotedWhereNeeded(std::string_view text) {
-  bool bare = !text.empty();
-  for (const char c : text) bare = bare && isBare(c);
-  if (bare) return std::string(text);
-  std::string quoted = "\"";
-  for (const char c : text) quoted += escaped(c);
-  return quoted + '"';
+void addQuotedWhereNeeded(std::string_view string, std::string& text) {
+  if (!string.empty() && std::all_of(string.begin(), string.end(), isBare)) {
+    text += string;
+    return;
+  }
+  text += '"';
+  for (const char c : string) addEscaped(c, text);
+  text += '"';
 }
 
-// An array whose elements `text` renders.
-template <typename Elements, typename Text>
-std::string array(const Elements& elements, size_t indent, Text text) {
-  std::string whole = "(\n";
+// An array whose elements `add` adds.
+template <typename Elements, typename Add>
+void addArray(const Elements& elements, size_t indent, std::string& text, Add add) {
+  text += "(\n";
   size_t left = elements.size();
   for (const auto& element : elements) {
-    whole += std::string(indent + kIndent, ' ') + text(element) + (--left > 0 ? ",\n" : "\n");
+    text.append(indent + kIndent, ' ');
+    add(element);
+    text += --left > 0 ? ",\n" : "\n";
   }
-  return whole + std::string(indent, ' ') + ")";
+  text.append(indent, ' ').append(")");
 }
 
-std::string nested(const PropertyListValue& value, size_t indent) {
-  const std::string inner(indent + kIndent, ' ');
-  const std::string outer(indent, ' ');
+void addNested(const PropertyListValue& value, size_t indent, std::string& text) {
   if (const auto entries = value.entries()) {
-    std::string text = "{\n";
+    text += "{\n";
     for (const auto& [key, entry] : *entries) {
-      text += inner + quotedWhereNeeded(key) + " = " + nested(entry, indent + kIndent) + ";\n";
+      text.append(indent + kIndent, ' ');
+      addQuotedWhereNeeded(key, text);
+      text += " = ";
+      addNested(entry, indent + kIndent, text);
+      text += ";\n";
     }
-    return text + outer + "}";
+    text.append(indent, ' ').append("}");
+  } else if (const auto elements = value.elements()) {
+    addArray(*elements, indent, text,
+             [&](const auto& element) { addNested(element, indent + kIndent, text); });
+  } else if (const auto string = value.string()) {
+    addQuotedWhereNeeded(*string, text);
+  } else if (const auto data = value.data()) {
+    text.append("<").append(hexadecimal(*data)).append(">");
+  } else {
+    addQuotedWhereNeeded(value.scalarText(), text);
   }
-  if (const auto elements = value.elements()) {
-    return array(*elements, indent,
-                 [&](const auto& element) { return nested(element, indent + kIndent); });
-  }
-  if (const auto string = value.string()) return quotedWhereNeeded(*string);
-  if (const auto data = value.data()) return "<" + hexadecimal(*data) + ">";
-  return quotedWhereNeeded(value.scalarText());
 }
 
 }  // namespace
 
 std::string description(const PropertyListValue& value) {
   if (const auto string = value.string()) return *string;
-  const bool isScalar = !value.entries() && !value.elements() && !value.data();
-  return isScalar ? value.scalarText() : nested(value, 0);
+  if (!value.entries() && !value.elements() && !value.data()) return value.scalarText();
+  std::string text;
+  addNested(value, 0, text);
+  return text;
 }
 
 std::string description(const std::optional<PropertyListValue>& value) {
@@ -91,7 +110,10 @@ std::string description(const std::optional<PropertyListValue>& value) {
 }
 
 std::string description(const std::vector<std::string>& strings) {
-  return array(strings, 0, quotedWhereNeeded);
+  std::string text;
+  addArray(strings, 0, text,
+           [&text](const std::string& string) { addQuotedWhereNeeded(string, text); });
+  return text;
 }
 
 }  // namespace tessel
