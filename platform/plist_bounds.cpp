@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -214,12 +215,43 @@ class BinaryScanner {
     return result;
   }
 
+  // Whether the library reads the scalar as it is. It ends the program when a key has a NUL
+  // character, cuts other texts off there, and has no text for dates beyond four digits' years.
+  bool isFaithful(const Object& object) {
+    constexpr unsigned kDate = 0x3;
+    constexpr unsigned kASCII = 0x5;
+    constexpr unsigned kUTF16 = 0x6;
+    if (object.kind == kDate) return isDateInRange(object);
+    if (object.kind != kASCII && object.kind != kUTF16) return true;
+    const size_t width = object.kind == kUTF16 ? 2 : 1;
+    if (object.content > bytes.size() || object.count > (bytes.size() - object.content) / width) {
+      return false;
+    }
+    // Objects may share their bytes: so many are read at most.
+    textRead += width * object.count;
+    if (textRead > kLargestCost) return false;
+    for (std::uint64_t i = 0; i < object.count; ++i) {
+      if (number(object.content + i * width, width) == 0) return false;
+    }
+    return true;
+  }
+
+  // Seconds since 2001, as a floating-point number of eight bytes.
+  bool isDateInRange(const Object& object) const {
+    constexpr double kYear1 = -63113904000.0;
+    constexpr double kYear10000 = 252423993600.0;
+    const auto bits = number(object.content, sizeof(double));
+    if (!bits || (1UL << object.count) != sizeof(double)) return false;
+    const auto date = std::bit_cast<double>(*bits);
+    return date >= kYear1 && date < kYear10000;
+  }
+
   std::optional<Measure> measureObject(const Object& object, size_t depth) {
     constexpr unsigned kArray = 0xA;
     constexpr unsigned kSet = 0xC;
     constexpr unsigned kDictionary = 0xD;
     if (object.kind != kArray && object.kind != kSet && object.kind != kDictionary) {
-      if (object.count > bytes.size()) return std::nullopt;
+      if (object.count > bytes.size() || !isFaithful(object)) return std::nullopt;
       return Measure{kValueCost + object.count, 0};
     }
     const std::uint64_t perEntry = object.kind == kDictionary ? 2 : 1;
@@ -243,6 +275,7 @@ class BinaryScanner {
   size_t offsetSize = 0;
   size_t referenceSize = 0;
   std::uint64_t offsetTable = 0;
+  std::uint64_t textRead = 0;  // bytes
   std::vector<Measure> measured;
 };
 

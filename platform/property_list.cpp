@@ -141,7 +141,8 @@ std::string PropertyListValue::scalarText() const {
       return isTrue(node) ? "1" : "0";
     case PLIST_REAL: {
       std::array<char, 32> digits{};
-      const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), realOf(node));
+      const double value = realOf(node) + 0.0;  // XML keeps no sign of a zero
+      const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value);
       return {digits.data(), end.ptr};
     }
     case PLIST_UID: {
@@ -158,6 +159,19 @@ std::string PropertyListValue::scalarText() const {
     default:
       return xmlContent(node);
   }
+}
+
+// Whether no dictionary has a key twice. The library takes the first of them from a binary list and
+// the last from XML, so that a rewrite would change what the list says.
+bool PropertyListValue::hasUniqueKeys() const {
+  if (const auto values = entries()) {
+    return values->size() == plist_dict_get_size(node) &&
+           std::all_of(values->begin(), values->end(),
+                       [](const auto& entry) { return entry.second.hasUniqueKeys(); });
+  }
+  const auto values = elements();
+  return !values || std::all_of(values->begin(), values->end(),
+                                [](const auto& value) { return value.hasUniqueKeys(); });
 }
 
 PropertyList::PropertyList() : dictionary(plist_new_dict(), plist_free) {}
@@ -184,6 +198,9 @@ Result<PropertyList> PropertyList::parse(std::string_view bytes) {
   }
   Root root(parsed, plist_free);
   if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return malformed;
+  if (isBinaryPropertyList(bytes) && !PropertyListValue(root.get()).hasUniqueKeys()) {
+    return malformed;
+  }
   return PropertyList(std::move(root));
 }
 

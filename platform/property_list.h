@@ -46,6 +46,7 @@ class PropertyListValue {
 
  private:
   friend class PropertyList;
+  bool hasUniqueKeys() const;
   void* node;  // plist_t
 };
 
