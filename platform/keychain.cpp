@@ -19,24 +19,33 @@ constexpr mode_t kKeychainMode = 0600;
 constexpr std::int64_t kApplicationID = 0x54534B43;  // "TSKC", in the file's header
 constexpr std::int64_t kFormatVersion = 1;
 
-constexpr const char* kSchema = R"(
-  CREATE TABLE item (
+// What SQLite keeps of these is their text, by which a keychain is known.
+constexpr const char* kItemTable = R"(CREATE TABLE item (
     id INTEGER PRIMARY KEY AUTOINCREMENT,
     class TEXT NOT NULL CHECK (class IN ('certificate', 'private key', 'public key')),
     label TEXT NOT NULL,
     der BLOB NOT NULL,
     public_key_digest BLOB NOT NULL,
     access_description TEXT CHECK ((access_description IS NOT NULL) = (class = 'private key'))
-  );
-  CREATE INDEX item_by_public_key ON item (public_key_digest, class);
-  CREATE TABLE trusted_program (
+  ))";
+constexpr const char* kItemIndex =
+    "CREATE INDEX item_by_public_key ON item (public_key_digest, class)";
+constexpr const char* kTrustedProgramTable = R"(CREATE TABLE trusted_program (
     item INTEGER NOT NULL REFERENCES item ON DELETE CASCADE,
     position INTEGER NOT NULL,
     path TEXT NOT NULL,
     PRIMARY KEY (item, position)
-  );
-  PRAGMA application_id = 0x54534B43;
-  PRAGMA user_version = 1;
+  ))";
+constexpr const char* kHeader =
+    "PRAGMA application_id = 0x54534B43;"
+    "PRAGMA user_version = 1;";
+
+// Whether there is all that a keychain has, and no view or trigger that could run without end; the
+// tables that SQLite makes for itself do not count.
+constexpr const char* kIsOurSchema = R"(
+  SELECT total(sql IN (?1, ?2, ?3)) = 3 AND
+    total(sql NOT IN (?1, ?2, ?3) AND sql NOT LIKE 'CREATE TABLE sqlite\_%' ESCAPE '\') = 0
+  FROM sqlite_schema
 )";
 
 // Certificates and, beside each, the key of the same public key.
@@ -58,6 +67,17 @@ Error systemError(const std::string& what) { return Error{what + ": " + std::str
 
 std::string_view viewOf(const SHA256Digest& digest) {
   return {reinterpret_cast<const char*>(digest.data()), digest.size()};
+}
+
+bool makeSchema(const Database& database) {
+  return database.execute(kItemTable) && database.execute(kItemIndex) &&
+         database.execute(kTrustedProgramTable) && database.execute(kHeader);
+}
+
+bool hasOurSchema(const Database& database) {
+  Statement statement = database.prepare(kIsOurSchema);
+  statement.bind(kItemTable).bind(kItemIndex).bind(kTrustedProgramTable);
+  return statement.step() && statement.number(0) == 1;
 }
 
 Error cannotEncode() { return Error{"the cryptographic library cannot encode the key"}; }
@@ -166,6 +186,11 @@ Result<bool> Keychain::openExisting() {
   if (!empty && header.number(1) != kFormatVersion) {
     return Error{path + " was written by another version of this program"};
   }
+  if (!empty && !hasOurSchema(*opened)) return Error{path + " is no keychain"};
+  // Pages that lead in circles, or to one page many times over, are found here.
+  Statement check = opened->prepare("PRAGMA quick_check(1)");
+  if (!check.step()) return Error{"cannot read " + path + ": " + opened->error().description};
+  if (check.bytes(0) != "ok") return Error{path + " is damaged: " + std::string(check.bytes(0))};
   if (!opened->execute("PRAGMA foreign_keys = ON")) return opened->error();
   database = std::move(*opened);
   return empty;
@@ -188,7 +213,7 @@ MaybeError Keychain::change(Function function) {
   Transaction transaction(*database);
   if (!transaction) return database->error();
   if (database->number("SELECT count(*) FROM sqlite_schema") == 0 &&
-      (::chmod(path.c_str(), kKeychainMode) != 0 || !database->execute(kSchema))) {
+      (::chmod(path.c_str(), kKeychainMode) != 0 || !makeSchema(*database))) {
     return Error{"cannot make the keychain " + path};
   }
   if (MaybeError failure = function(*database)) return failure;
