@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -215,13 +214,11 @@ class BinaryScanner {
     return result;
   }
 
-  // Whether the library reads the scalar as it is. It ends the program when a key has a NUL
-  // character, cuts other texts off there, and has no text for dates beyond four digits' years.
-  bool isFaithful(const Object& object) {
-    constexpr unsigned kDate = 0x3;
+  // Whether the object is no text, or one without NUL characters: the library ends the program when
+  // a key has one, and cuts other texts off there.
+  bool isWholeText(const Object& object) {
     constexpr unsigned kASCII = 0x5;
     constexpr unsigned kUTF16 = 0x6;
-    if (object.kind == kDate) return isDateInRange(object);
     if (object.kind != kASCII && object.kind != kUTF16) return true;
     const size_t width = object.kind == kUTF16 ? 2 : 1;
     if (object.content > bytes.size() || object.count > (bytes.size() - object.content) / width) {
@@ -236,22 +233,12 @@ class BinaryScanner {
     return true;
   }
 
-  // Seconds since 2001, as a floating-point number of eight bytes.
-  bool isDateInRange(const Object& object) const {
-    constexpr double kYear1 = -63113904000.0;
-    constexpr double kYear10000 = 252423993600.0;
-    const auto bits = number(object.content, sizeof(double));
-    if (!bits || (1UL << object.count) != sizeof(double)) return false;
-    const auto date = std::bit_cast<double>(*bits);
-    return date >= kYear1 && date < kYear10000;
-  }
-
   std::optional<Measure> measureObject(const Object& object, size_t depth) {
     constexpr unsigned kArray = 0xA;
     constexpr unsigned kSet = 0xC;
     constexpr unsigned kDictionary = 0xD;
     if (object.kind != kArray && object.kind != kSet && object.kind != kDictionary) {
-      if (object.count > bytes.size() || !isFaithful(object)) return std::nullopt;
+      if (object.count > bytes.size() || !isWholeText(object)) return std::nullopt;
       return Measure{kValueCost + object.count, 0};
     }
     const std::uint64_t perEntry = object.kind == kDictionary ? 2 : 1;

@@ -16,8 +16,7 @@ bool isBinaryPropertyList(std::string_view bytes);
 
 // Whether the bytes, XML or binary, hold exactly one property list that is no larger and no deeper
 // than the bounds, and whose references, in a binary one, neither form a cycle nor multiply it.
-// Scalar values are not looked into, but for what the library makes something else of in a binary
-// one: texts with NUL characters and dates outside the years 1 to 9999.
+// Scalar values are not looked into, but for NUL characters in the texts of a binary list.
 bool isBoundedPropertyList(std::string_view bytes);
 
 }  // namespace tessel

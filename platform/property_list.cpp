@@ -161,17 +161,17 @@ std::string PropertyListValue::scalarText() const {
   }
 }
 
-// Whether no dictionary has a key twice. The library takes the first of them from a binary list and
-// the last from XML, so that a rewrite would change what the list says.
-bool PropertyListValue::hasUniqueKeys() const {
+bool PropertyListValue::survivesRewriting() const {
+  const auto survives = [](const PropertyListValue& value) { return value.survivesRewriting(); };
   if (const auto values = entries()) {
     return values->size() == plist_dict_get_size(node) &&
            std::all_of(values->begin(), values->end(),
-                       [](const auto& entry) { return entry.second.hasUniqueKeys(); });
+                       [&](const auto& entry) { return survives(entry.second); });
   }
-  const auto values = elements();
-  return !values || std::all_of(values->begin(), values->end(),
-                                [](const auto& value) { return value.hasUniqueKeys(); });
+  if (const auto values = elements()) return std::all_of(values->begin(), values->end(), survives);
+  constexpr size_t kLongestYear = 4;
+  const size_t year = plist_get_node_type(node) == PLIST_DATE ? xmlContent(node).find('-') : 1;
+  return year >= 1 && year <= kLongestYear;
 }
 
 PropertyList::PropertyList() : dictionary(plist_new_dict(), plist_free) {}
@@ -198,9 +198,7 @@ Result<PropertyList> PropertyList::parse(std::string_view bytes) {
   }
   Root root(parsed, plist_free);
   if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return malformed;
-  if (isBinaryPropertyList(bytes) && !PropertyListValue(root.get()).hasUniqueKeys()) {
-    return malformed;
-  }
+  if (!PropertyListValue(root.get()).survivesRewriting()) return malformed;
   return PropertyList(std::move(root));
 }
 

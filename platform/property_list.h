@@ -46,7 +46,11 @@ class PropertyListValue {
 
  private:
   friend class PropertyList;
-  bool hasUniqueKeys() const;
+
+  // Whether no dictionary in it has a key twice, of which the library takes the first from a binary
+  // list and the last from XML, and no date lies outside the years 1 to 9999.
+  bool survivesRewriting() const;
+
   void* node;  // plist_t
 };
 
