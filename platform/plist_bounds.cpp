@@ -85,7 +85,7 @@ class XMLScanner {
     rest.remove_prefix(end + 1);
 
     const bool closing = tag.starts_with('/');
-    const bool empty = tag.ends_with('/');
+    const bool empty = !closing && tag.ends_with('/');
     if (closing) tag.remove_prefix(1);
     if (empty) tag.remove_suffix(1);
     const std::string_view name = tag.substr(0, tag.find_first_of(" \t\r\n"));
@@ -93,7 +93,7 @@ class XMLScanner {
     if (name != "plist" && attributes.find_first_not_of(" \t\r\n") != std::string_view::npos) {
       return false;
     }
-    if (closing) return !empty && close(name);
+    if (closing) return close(name);
     return begin(name) && (!empty || close(name));
   }
 
