@@ -1,5 +1,6 @@
 #include "control/tessel_ctl.h"
 #include "platform/console.h"
+#include "platform/folder_lock.h"
 #include "platform/path.h"
 
 namespace tessel {
@@ -34,9 +35,20 @@ std::unique_ptr<TesselCtl> TesselCtl::init() {
   }
   controller->tesselConfigDictionary = std::move(*configuration);
 
-  auto environment = PropertyList::load(controller->httpdEnvFilePath);
-  if (environment) controller->httpdEnvDictionary = std::move(*environment);
+  controller->loadEnvironment();
   return controller;
+}
+
+void TesselCtl::loadEnvironment() {
+  auto environment = PropertyList::load(httpdEnvFilePath);
+  if (environment) httpdEnvDictionary = std::move(*environment);
+}
+
+// Held while Tessel is turned on or off, which is one change: the steps of two runs at once, mixed
+// up, leave two identities, or an Apache that is off with a marker that says otherwise. Where it
+// cannot be had, the run goes on, and says what is wrong where it matters.
+Result<FileDescriptor> TesselCtl::waitForTurn() const {
+  return lockFolder(parentDirectory(activeTesselApacheConfigFilePath));
 }
 
 // The newlines inside two of the messages, and the bare name in one, are part of the interface.

@@ -6,6 +6,9 @@
 namespace tessel {
 
 bool TesselCtl::start() {
+  const auto turn = waitForTurn();
+  // A run that was waited for may have changed it.
+  loadEnvironment();
   if (!activateApacheConfig()) return false;
 
   const auto usingSSL = tesselConfigDictionary.value("ServerSSL");

@@ -6,6 +6,7 @@
 namespace tessel {
 
 bool TesselCtl::stop() {
+  const auto turn = waitForTurn();
   removeUserJobs();
 
   if (fileManager.fileExistsAtPath(inactiveTesselApacheConfigFilePath)) {

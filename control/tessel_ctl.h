@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "identity/identity_manager.h"
+#include "platform/file_descriptor.h"
 #include "platform/file_manager.h"
 #include "platform/property_list.h"
 #include "shares/share_point.h"
@@ -141,6 +142,8 @@ class TesselCtl {
   TesselCtl();
 
   bool isInstalled() const;
+  void loadEnvironment();
+  Result<FileDescriptor> waitForTurn() const;
   bool activateApacheConfig() const;
   void updateEnvironment();
   void setEnvironmentValue(const std::string& key, const std::optional<PropertyListValue>& value);
