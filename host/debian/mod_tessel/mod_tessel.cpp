@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/debian/mod_tessel/identity_lock.h"
 #include "host/debian/mod_tessel/property_request.h"
 #include "host/debian/mod_tessel/resource_walk.h"
 #include "host/debian/mod_tessel/share_folders.h"
@@ -220,6 +221,7 @@ int guarded(request_rec* request) {
 }
 
 void registerHooks(apr_pool_t* pool) {
+  registerIdentityLock(pool);
   registerSignIn(pool);
   ap_hook_translate_name(guarded<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_map_to_storage(guarded<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);

@@ -1,0 +1,46 @@
+#include "host/debian/mod_tessel/identity_lock.h"
+
+#include <httpd.h>
+// httpd.h comes first: the others need its types.
+#include <apr_time.h>
+#include <fcntl.h>
+#include <http_config.h>
+#include <sys/file.h>
+
+#include <new>
+
+#include "platform/file_descriptor.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr const char* kFolder = "/etc/tessel";
+
+apr_status_t unlock(void* descriptor) {
+  delete static_cast<FileDescriptor*>(descriptor);
+  return APR_SUCCESS;
+}
+
+// Shared, so that Apaches do not wait for each other; an export that hangs is not waited for. The
+// pool, and with it the lock, goes when the configuration has been taken in.
+int lockIdentity(apr_pool_t* /*configuration*/, apr_pool_t* /*log*/, apr_pool_t* temporary) {
+  constexpr apr_interval_time_t kPause = 5000;  // microseconds
+  constexpr int kTries = 2000;
+  auto* folder =
+      new (std::nothrow) FileDescriptor(::open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder == nullptr) return HTTP_INTERNAL_SERVER_ERROR;
+  apr_pool_cleanup_register(temporary, folder, unlock, apr_pool_cleanup_null);
+  for (int i = 0; i < kTries && *folder && ::flock(folder->get(), LOCK_SH | LOCK_NB) != 0; ++i) {
+    apr_sleep(kPause);
+  }
+  return OK;
+}
+
+}  // namespace
+
+void registerIdentityLock(apr_pool_t* /*pool*/) {
+  ap_hook_pre_config(lockIdentity, nullptr, nullptr, APR_HOOK_REALLY_FIRST);
+}
+
+}  // namespace tessel

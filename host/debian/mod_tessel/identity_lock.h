@@ -1,0 +1,12 @@
+// Keeps the TLS identity as it is while Apache reads its configuration: tesselctl writes the key
+// and the script that tells its pass phrase one after the other, under the lock of their folder,
+// and Apache would end at a pair that does not match, however well it ran before.
+#pragma once
+
+#include <apr_pools.h>
+
+namespace tessel {
+
+void registerIdentityLock(apr_pool_t* pool);
+
+}  // namespace tessel
