@@ -190,7 +190,7 @@ Result<bool> Keychain::openExisting() {
   // Pages that lead in circles, or to one page many times over, are found here.
   Statement check = opened->prepare("PRAGMA quick_check(1)");
   if (!check.step()) return Error{"cannot read " + path + ": " + opened->error().description};
-  if (check.bytes(0) != "ok") return Error{path + " is damaged: " + std::string(check.bytes(0))};
+  if (check.bytes(0) != "ok") return Error{path + " is damaged"};
   if (!opened->execute("PRAGMA foreign_keys = ON")) return opened->error();
   database = std::move(*opened);
   return empty;
