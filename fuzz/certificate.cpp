@@ -1,0 +1,48 @@
+// Files of certificates and of private keys, PEM or DER.
+#include "platform/certificate.h"
+
+#include "fuzz/fuzz.h"
+#include "platform/text.h"
+
+using namespace tessel;  // NOLINT(google-build-using-namespace)
+using fuzz::require;
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) { return 0; }
+
+namespace {
+
+void checkCertificate(const Certificate& certificate) {
+  const std::string der = certificate.der();
+  const auto again = Certificate::fromDER(der);
+  require(again && again->der() == der);
+  const auto pem = certificate.pem();
+  const auto fromPEM = Certificate::allFromFile(pem.text);
+  require(pem.status == 0 && fromPEM && fromPEM->size() == 1 && fromPEM->front().der() == der);
+  require(isUTF8(certificate.commonName().value_or("")));
+  const std::string day = certificate.expiryDay();
+  require(day.empty() || day.size() == std::string_view("YYYY-MM-DD").size());
+  (void)certificate.isSelfSigned();
+  (void)certificate.publicKeyDigest();
+}
+
+void checkKey(const PrivateKey& key) {
+  const auto der = key.der();
+  const auto digest = key.publicKeyDigest();
+  (void)key.encryptedPEM(Secret{"pass phrase"});
+  if (!der || !digest) return;
+  const auto again = PrivateKey::fromDER(der->view());
+  require(again && again->publicKeyDigest() == digest);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes = fuzz::text(data, size);
+  if (const auto certificates = Certificate::allFromFile(bytes)) {
+    require(!certificates->empty());
+    for (const Certificate& certificate : *certificates) checkCertificate(certificate);
+  }
+  if (const auto key = PrivateKey::fromFile(bytes)) checkKey(*key);
+  if (const auto key = PrivateKey::fromDER(bytes)) checkKey(*key);
+  return 0;
+}

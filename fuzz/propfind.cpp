@@ -1,0 +1,89 @@
+// What a client asks about the list of shares, and the answer: name of a share 0xFF body.
+#include <apr_xml.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "fuzz/fuzz.h"
+#include "host/debian/mod_tessel/property_request.h"
+#include "platform/text.h"
+
+using namespace tessel;  // NOLINT(google-build-using-namespace)
+using fuzz::require;
+
+namespace {
+
+apr_xml_doc* parsed(apr_pool_t* pool, std::string_view xml) {
+  apr_xml_doc* document = nullptr;
+  apr_xml_parser* parser = apr_xml_parser_create(pool);
+  const bool fed = apr_xml_parser_feed(parser, xml.data(), xml.size()) == APR_SUCCESS;
+  return apr_xml_parser_done(parser, &document) == APR_SUCCESS && fed ? document : nullptr;
+}
+
+const apr_xml_elem* childNamed(const apr_xml_elem* parent, std::string_view name) {
+  const apr_xml_elem* child = parent->first_child;
+  while (child != nullptr && child->name != name) child = child->next;
+  return child;
+}
+
+std::string textOf(const apr_xml_elem* element) {
+  std::string text;
+  for (const apr_text* part = element->first_cdata.first; part != nullptr; part = part->next) {
+    text += part->text;
+  }
+  return text;
+}
+
+using Names = std::vector<std::pair<std::string, std::string>>;
+
+// Checks what the answer says about the one collection, and returns the properties in it.
+Names checkAnswer(const apr_xml_doc& answer, const std::string& name) {
+  Names names;
+  const apr_xml_elem* response = childNamed(answer.root, "response");
+  require(response != nullptr && response->next == nullptr);
+  for (const auto* stat = childNamed(response, "href")->next; stat != nullptr; stat = stat->next) {
+    const apr_xml_elem* property = childNamed(stat, "prop")->first_child;
+    for (; property != nullptr; property = property->next) {
+      const bool hasNameSpace = property->ns != APR_XML_NS_NONE;
+      names.emplace_back(hasNameSpace ? APR_XML_GET_URI_ITEM(answer.namespaces, property->ns) : "",
+                         property->name);
+      const bool isName =
+          names.back() == std::pair<std::string, std::string>{"DAV:", "displayname"};
+      if (isName && !textOf(property).empty()) require(textOf(property) == name);
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  require(apr_initialize() == APR_SUCCESS);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string_view body = fuzz::text(data, size);
+  const std::string name(fuzz::takeField(body));
+  apr_pool_t* pool = nullptr;
+  require(apr_pool_create(&pool, nullptr) == APR_SUCCESS);
+  const apr_xml_doc* document = parsed(pool, body);
+  if (const auto asked = document == nullptr ? std::nullopt : propertyRequest(document, pool)) {
+    const std::string xml = multistatus({{"/" + percentEncoded(name) + "/", name, 0}}, *asked);
+    require(isUTF8(xml));
+    const apr_xml_doc* answer = parsed(pool, xml);
+    require(answer != nullptr);
+    Names names = checkAnswer(*answer, name);
+    if (asked->wanted) {
+      Names wanted;
+      for (const auto& property : *asked->wanted)
+        wanted.emplace_back(property.nameSpace, property.name);
+      std::sort(wanted.begin(), wanted.end());
+      require(names == wanted);
+    }
+  }
+  apr_pool_destroy(pool);
+  return 0;
+}

@@ -1,0 +1,61 @@
+// A share-point record as another program may have left it: name 0xFF value 0xFF file.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fuzz/fuzz.h"
+#include "platform/directory.h"
+#include "platform/file_manager.h"
+#include "platform/record_name.h"
+#include "platform/text.h"
+
+using namespace tessel;  // NOLINT(google-build-using-namespace)
+using fuzz::require;
+
+namespace {
+constexpr const char* kAttribute = "dsAttrTypeNative:webdav_name";
+}
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  fuzz::usePrivateFolders();
+  for (const char* folder :
+       {"/var/lib/directory", "/var/lib/directory/local", "/var/lib/directory/local/sharepoints"}) {
+    require(::mkdir(folder, 0755) == 0);
+  }
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  constexpr size_t kLongestFileName = 255;
+  std::string_view rest = fuzz::text(data, size);
+  const std::string name(fuzz::takeField(rest));
+  const std::string value(fuzz::takeField(rest));
+  const std::string fileName = recordFileName(name);
+  require(fileName.find_first_of(std::string_view("/\0", 2)) == std::string::npos);
+  require(recordName(fileName) == (name.empty() ? std::nullopt : std::optional(name)));
+  if (const auto other = recordName(value)) require(recordFileName(*other) == value);
+  if (name.empty() || fileName.size() > kLongestFileName) return 0;
+
+  const std::string path = "/var/lib/directory/local/sharepoints/" + fileName;
+  fuzz::writeFile(path.c_str(), rest);
+  const auto node = DirectorySession::open()->localNode();
+  require(node->querySharePoints()->names().operator*() == std::vector<std::string>{name});
+  const auto found = node->sharePoint(name);
+  require(found.record.has_value() != found.error.has_value());
+  if (found.record) {
+    const auto before = found.record->details();
+    const auto failure = found.record->setValues(kAttribute, {value});
+    const auto after = found.record->details();
+    require(before && after);
+    auto expected = *before;
+    if (!failure) expected[kAttribute] = {value};
+    const auto file = FileManager().readFile(path, 1UL << 20U);
+    // See property_list.cpp.
+    require(*after == expected || file->find("CF$UID") != std::string::npos);
+    require(isXMLText(value) || failure);
+    // It is not what was looked up any more.
+    require(found.record->remove().has_value() == !failure);
+  }
+  require(!node->createSharePoint(name, {}).record || !::access(path.c_str(), F_OK));
+  (void)::unlink(path.c_str());
+  return 0;
+}
