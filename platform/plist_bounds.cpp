@@ -19,6 +19,8 @@ class XMLScanner {
   explicit XMLScanner(std::string_view bytes) : rest(bytes) {}
 
   bool scan() {
+    // No XML has a NUL character; the library would make up what follows it.
+    if (rest.find('\0') != std::string_view::npos) return false;
     while (!rest.empty()) {
       if (!takeText() || (!rest.empty() && !takeMarkup())) return false;
     }
