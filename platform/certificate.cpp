@@ -11,6 +11,7 @@
 #include <array>
 #include <climits>
 #include <ctime>
+#include <utility>
 
 #include "platform/openssl.h"
 
@@ -39,6 +40,31 @@ std::string encode(const T* object, Function i2d) {
 int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* asked) {
   *static_cast<bool*>(asked) = true;
   return -1;
+}
+
+// A private key of one of the kinds that TLS servers have; null when there is none, or when it is
+// encrypted, which is noted. Other kinds are not tried: from the parts of a DSA key the library
+// computes its public half, which can be made to take hours.
+EVP_PKEY* decodeKey(std::string_view bytes, const char* form, bool* encrypted) {
+  constexpr std::array kKinds{"RSA", "EC", "ED25519", "ED448", "RSA-PSS"};
+  EVP_PKEY* key = nullptr;
+  for (const char* kind : kKinds) {
+    const OpenSSLPointer<OSSL_DECODER_CTX, OSSL_DECODER_CTX_free> decoder(
+        OSSL_DECODER_CTX_new_for_pkey(&key, form, nullptr, kind, EVP_PKEY_KEYPAIR, nullptr,
+                                      nullptr));
+    bool asked = false;
+    const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+    size_t left = bytes.size();
+    if (!decoder ||
+        OSSL_DECODER_CTX_set_pem_password_cb(decoder.get(), refusePassPhrase, &asked) != 1 ||
+        OSSL_DECODER_from_data(decoder.get(), &data, &left) != 1) {
+      EVP_PKEY_free(std::exchange(key, nullptr));
+    }
+    if (asked && encrypted != nullptr) *encrypted = true;
+    if (key != nullptr || asked) break;
+  }
+  ERR_clear_error();
+  return key;
 }
 
 bool addNameEntry(X509_NAME* name, const char* field, const std::string& value) {
@@ -94,34 +120,16 @@ Result<PrivateKey> PrivateKey::generateRSA(unsigned bits) {
 }
 
 Result<PrivateKey> PrivateKey::fromDER(std::string_view der) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
-  auto key = share(d2i_AutoPrivateKey(nullptr, &bytes, static_cast<long>(der.size())));
-  if (!key) return opensslError();
+  auto key = share(decodeKey(der, "DER", nullptr));
+  if (!key) return Error{"cannot decode the private key"};
   return PrivateKey(std::move(key));
 }
 
 Result<PrivateKey> PrivateKey::fromFile(std::string_view bytes) {
-  EVP_PKEY* decoded = nullptr;
-  const OpenSSLPointer<OSSL_DECODER_CTX, OSSL_DECODER_CTX_free> decoder(
-      OSSL_DECODER_CTX_new_for_pkey(&decoded, nullptr, nullptr, nullptr, EVP_PKEY_KEYPAIR, nullptr,
-                                    nullptr));
   bool encrypted = false;
-  if (!decoder ||
-      OSSL_DECODER_CTX_set_pem_password_cb(decoder.get(), refusePassPhrase, &encrypted) != 1) {
-    return opensslError();
-  }
-  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-  size_t left = bytes.size();
-  const bool done = OSSL_DECODER_from_data(decoder.get(), &data, &left) == 1;
-  auto key = share(decoded);
-  if (encrypted) {
-    ERR_clear_error();
-    return Error{"is encrypted; decrypt it first"};
-  }
-  if (!done || !key) {
-    ERR_clear_error();
-    return Error{"holds no private key in PEM or DER form"};
-  }
+  auto key = share(decodeKey(bytes, nullptr, &encrypted));
+  if (encrypted) return Error{"is encrypted; decrypt it first"};
+  if (!key) return Error{"holds no private key in PEM or DER form"};
   return PrivateKey(std::move(key));
 }
 

@@ -27,6 +27,7 @@ struct ExportedPEM {
 class PrivateKey {
  public:
   static Result<PrivateKey> generateRSA(unsigned bits);
+  // RSA, elliptic curves or Edwards curves, as TLS servers have them; so does the next.
   static Result<PrivateKey> fromDER(std::string_view der);
   // PEM or DER, in any form but an encrypted one, which the error names.
   static Result<PrivateKey> fromFile(std::string_view bytes);
