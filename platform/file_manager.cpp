@@ -130,13 +130,16 @@ MaybeError FileManager::createFile(const std::string& path, mode_t mode) const {
 }
 
 MaybeError FileManager::createDirectory(const std::string& path, mode_t mode) const {
-  if (::mkdir(path.c_str(), mode) != 0) {
-    const int code = errno;
+  // mkdir(2) takes the caller's umask away from the mode, and a folder that a run which is killed
+  // has made with the wrong one would keep it.
+  const mode_t mask = ::umask(0);
+  const int made = ::mkdir(path.c_str(), mode);
+  const int code = errno;
+  (void)::umask(mask);
+  if (made != 0) {
     if (code == EEXIST && directoryExistsAtPath(path)) return std::nullopt;
     return systemError("cannot make the folder " + path, code);
   }
-  // mkdir(2) takes the caller's umask away from the mode.
-  if (::chmod(path.c_str(), mode) != 0) return systemError("cannot set the mode of " + path);
   syncParentDirectory(path);
   return std::nullopt;
 }
