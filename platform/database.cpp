@@ -95,6 +95,10 @@ std::int64_t Database::number(const char* sql) const {
 
 std::int64_t Database::lastRowID() const { return sqlite3_last_insert_rowid(database.get()); }
 
+bool Database::failedToSyncFolder() const {
+  return sqlite3_extended_errcode(database.get()) == SQLITE_IOERR_DIR_FSYNC;
+}
+
 Error Database::error() const { return Error{sqlite3_errmsg(database.get())}; }
 
 Transaction::Transaction(const Database& database)
@@ -105,9 +109,11 @@ Transaction::~Transaction() {
 }
 
 bool Transaction::commit() {
-  if (!begun || !database.execute("COMMIT")) return false;
-  begun = false;
-  return true;
+  if (!begun) return false;
+  // The journal goes last: once it is gone, the changes have been made, and as with other files a
+  // folder that cannot be synced is no failure.
+  begun = !database.execute("COMMIT") && !database.failedToSyncFolder();
+  return !begun;
 }
 
 }  // namespace tessel

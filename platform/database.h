@@ -51,8 +51,9 @@ class Database {
   std::int64_t number(const char* sql) const;
   // The id that the last insertion gave its row.
   std::int64_t lastRowID() const;
-  // The reason of the last failure.
+  // The reason of the last failure, and whether it was that a folder could not be synced.
   Error error() const;
+  bool failedToSyncFolder() const;
 
  private:
   std::shared_ptr<sqlite3> database;
