@@ -170,17 +170,6 @@ TEST_F(KeychainTool, TakesAnEmptyFileForAnEmptyKeychainAndClosesIt) {
   EXPECT_EQ(host.mode(kKeychain), 0600U);
 }
 
-TEST_F(KeychainTool, FailsWholeOnAFullDisk) {
-  REQUIRE_NAMESPACES();
-  host.mounts = {"--size", "65536", "--tmpfs", "/Library/Keychains"};
-  const Outcome outcome = host.shell(
-      "tessel-keychain import /pki/a.pem /pki/a.key;"
-      "dd if=/dev/zero of=/Library/Keychains/fill 2>/dev/null;"
-      "tessel-keychain import /pki/b.pem /pki/b.key 2>&1; echo $?; rm /Library/Keychains/fill;"
-      "tessel-keychain list | wc -l; ls /Library/Keychains");
-  EXPECT_TRUE(outcome.output.ends_with("1\n2\nSystem.keychain\n")) << outcome.output;
-}
-
 TEST_F(KeychainTool, WaitsForAnotherWriter) {
   ASSERT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
   const Outcome outcome = host.shell(

@@ -1,5 +1,4 @@
-// Many programs changing the records at once, and runs that are killed half-way.
-#include <algorithm>
+// Many programs changing the records at once.
 #include <string>
 #include <vector>
 
@@ -136,79 +135,6 @@ TEST(ShareConcurrency, TheListingDoesNotWait) {
   host.record("Projects.plist", nameAndPath("Projects", "/srv/Projects"));
   const Outcome outcome = host.shell("flock " + kRecordFolder + " timeout 5 tesselctl shares");
   EXPECT_EQ(outcome.output, kListingHead + row("Projects", "/srv/Projects", "No"));
-}
-
-struct KillCase {
-  const char* description;
-  std::string before;  // entries of the record, none when there is no record
-  std::string command;
-  std::vector<std::string> rows;  // what the listing may show afterwards
-};
-
-TEST(ShareKill, LeavesTheOldRecordOrTheNewOne) {
-  const std::string noRow;
-  const std::string old = nameAndPath("Projects", "/old");
-  const std::string oldRow = row("Projects", "/old", "No");
-  const std::string share = "share /srv/Projects";
-  const std::vector<KillCase> cases{
-      {"creation", "", share, {noRow, row("Projects", "/srv/Projects", "Yes")}},
-      {"update",
-       old,
-       share,
-       {oldRow, row("Projects", "/old", "Yes"), row("Projects", "/srv/Projects", "Yes")}},
-      {"deletion", old, "unshare Projects", {oldRow, noRow}},
-      {"withdrawal",
-       old + attribute(kWebDAVShared, {"1"}) + attribute(kSMBShared, {"1"}),
-       "unshare Projects",
-       {row("Projects", "/old", "Yes"), oldRow}},
-  };
-  for (const KillCase& tried : cases) {
-    ShareHost host;
-    host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot be traced as well
-    size_t kills = 0;
-    for (const char* call :
-         {"mkdir", "chmod", "fchmod", "flock", "write", "fsync", "rename", "unlink"}) {
-      for (int time = 1;; ++time, ++kills) {
-        SCOPED_TRACE(std::string(tried.description) + ": " + call + " " + std::to_string(time));
-        host.remove(kRecordFolder);
-        if (!tried.before.empty()) host.record("Projects.plist", tried.before);
-        const std::string calls = std::string("'/^") + call + "'";
-        const Outcome outcome =
-            host.shell("strace -qq -o /dev/null -e trace=" + calls + " -e inject=" + calls +
-                       ":signal=KILL:when=" + std::to_string(time) + " tesselctl " + tried.command +
-                       " > /dev/null; status=$?; tesselctl shares; exit $status");
-        const std::string shown = outcome.output == kNoShares ? kListingHead : outcome.output;
-        const auto isShown = [&](const std::string& rows) { return shown == kListingHead + rows; };
-        EXPECT_TRUE(std::any_of(tried.rows.begin(), tried.rows.end(), isShown)) << shown;
-        EXPECT_LE(host.recordNames().size(), 2U);  // the record and a temporary file
-        if (outcome.status == 0) {
-          EXPECT_TRUE(isShown(tried.rows.back())) << shown;
-          break;
-        }
-        ASSERT_EQ(outcome.status, 128 + 9) << outcome.errors;
-      }
-    }
-    EXPECT_GE(kills, 5U) << tried.description;
-  }
-}
-
-// What is renamed into place is on the disk by then, and the renaming before the command ends.
-TEST(ShareKill, SyncsInTheOrderThatAPowerCutNeeds) {
-  ShareHost host;
-  host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");
-  const auto calls = [&host](const std::string& command) {
-    return host
-        .shell(
-            "strace -qq -o /tmp/trace -e signal=none -e trace='/^(flock|fsync|rename|unlink)' "
-            "tesselctl " +
-            command + " > /dev/null; sed 's/(.*//; s/at2*$//' /tmp/trace | tr '\\n' ' '")
-        .output;
-  };
-  host.makeFolder(kRecordFolder);
-  const std::string replacement = "flock fsync rename fsync ";
-  EXPECT_EQ(calls("share /srv/Projects"), replacement);
-  EXPECT_EQ(calls("share /srv/Projects"), replacement + replacement + replacement);
-  EXPECT_EQ(calls("unshare Projects"), "flock unlink fsync ");
 }
 
 }  // namespace

@@ -20,10 +20,6 @@ void expectFailure(const Outcome& outcome, const std::string& output,
 }
 
 const std::string kNoRecord = "No existing share point named Projects\n";
-const std::string kNoFlags =
-    "Share point is not SMB shared\nShare point is not AFP shared\n"
-    "No other shares; deleting share point\n";
-
 TEST(ShareFailure, NothingIsOverwrittenThatIsNoRecord) {
   const std::string notAList = kFile + " is no property list with a dictionary as its root";
   const std::vector<std::pair<void (*)(const ShareHost&), std::string>> cases{
@@ -64,58 +60,6 @@ TEST(ShareFailure, AFileInTheFoldersPlace) {
   expectFailure(host.tesselctl({"unshare", "Projects"}), "", {"No share point named 'Projects'"});
 }
 
-TEST(ShareFailure, ReadOnlyNode) {
-  REQUIRE_NAMESPACES();
-  ShareHost host;
-  const auto remountReadOnly = [&host] {
-    const std::string local = "/var/lib/directory/local";
-    host.mounts = {"--ro-bind", host.outside(local), local};
-  };
-  remountReadOnly();
-  expectFailure(host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
-                {"Cannot create new record",
-                 "cannot make the folder " + kRecordFolder + ": Read-only file system"});
-  host.makeFolder(kRecordFolder);
-  const std::string cannotWrite = "cannot write " + kFile + ": Read-only file system";
-  expectFailure(host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
-                {"Cannot create new record", cannotWrite});
-  host.record("Projects.plist", kEntries);
-  expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
-                {"Cannot set attribute value:" + cannotWrite});
-  expectFailure(host.tesselctl({"unshare", "Projects"}), kNoFlags,
-                {"Cannot delete record: cannot remove " + kFile + ": Read-only file system"});
-  host.record("Projects.plist", kEntries + attribute(kAFPShared, {"1"}));
-  expectFailure(host.tesselctl({"unshare", "Projects"}),
-                "Share point is not SMB shared\nShare point is AFP shared\n"
-                "Has other shares; updating attributes\n",
-                {"Cannot set attributes: " + cannotWrite});
-  EXPECT_EQ(host.tesselctl({"shares"}).output, kListingHead + row("Projects", "/old", "No"));
-  EXPECT_EQ(host.calls(), "");
-  EXPECT_EQ(host.recordNames(), std::vector<std::string>{"Projects.plist"});
-}
-
-TEST(ShareFailure, FullFileSystem) {
-  REQUIRE_NAMESPACES();
-  ShareHost host;
-  host.mounts = {"--size", "65536", "--tmpfs", "/var/lib/directory/local"};
-  const std::string fill = "mkdir -p " + kRecordFolder + "; cat > " + kFile + " <<'.'\n" +
-                           dictionary(kEntries) + ".\ndd if=/dev/zero of=" + kRecordFolder +
-                           "/.fill bs=4k 2>/dev/null;";
-  const std::string noSpace = ": No space left on device";
-  expectFailure(host.shell(fill + "rm -f " + kFile + "; dd if=/dev/zero of=" + kRecordFolder +
-                           "/.more bs=4k 2>/dev/null; tesselctl share /srv/Projects; s=$?; ls -A " +
-                           kRecordFolder + "; exit $s"),
-                kNoRecord + ".fill\n.more\n",
-                {"Cannot create new record", "cannot write " + kFile + noSpace});
-  expectFailure(host.shell(fill + "tesselctl share /srv/Projects; s=$?; ls -A " + kRecordFolder +
-                           "; grep -o '/old' " + kFile + "; exit $s"),
-                ".fill\nProjects.plist\n/old\n",
-                {"Cannot set attribute value:cannot write " + kFile + noSpace});
-  // Withdrawing needs no room.
-  const Outcome removed = host.shell(fill + "tesselctl unshare Projects; ls -A " + kRecordFolder);
-  EXPECT_EQ(removed.output, kNoFlags + "Deleted share point\n.fill\n");
-}
-
 TEST(ShareFailure, ARecordIsNeverMadeUnreadable) {
   ShareHost host;
   const std::string refusal = "Cannot set attribute value:cannot write " + kFile + ": ";
@@ -146,22 +90,6 @@ TEST(ShareFailure, ValuesThatAnExistingRecordCannotTake) {
                 {"Cannot set attribute value:a property list cannot hold the value of " + kPath +
                  ", which is not UTF-8 or has control characters"});
   EXPECT_NE(host.entries("Projects.plist").find(attribute(kPath, {"/old"})), std::string::npos);
-}
-
-// The file is opened once for the look-up and once for each flag.
-TEST(ShareFailure, AFlagThatCannotBeRead) {
-  ShareHost host;
-  host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot be traced as well
-  host.record("Projects.plist", kEntries);
-  const std::string reason = "Cannot get attributes: cannot read " + kFile + ": Input/output error";
-  const auto failingAt = [&](int opening) {
-    return host.shell("strace -qq -o /dev/null -P " + kFile + " -e trace=openat -e inject=openat:" +
-                      "error=EIO:when=" + std::to_string(opening) + " tesselctl unshare Projects");
-  };
-  expectFailure(failingAt(1), "", {"No share point named 'Projects'"});
-  expectFailure(failingAt(2), "", {reason});
-  expectFailure(failingAt(3), "Share point is not SMB shared\n", {reason});
-  EXPECT_EQ(host.entries("Projects.plist"), "(no record) " + dictionary(kEntries));
 }
 
 }  // namespace

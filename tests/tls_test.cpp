@@ -208,25 +208,6 @@ TEST_F(TLS, ExportsAgainWhenAFileIsGone) {
   EXPECT_FALSE(host.exists("/tmp/elsewhere"));
 }
 
-TEST_F(TLS, SecretFilesAreNeverOpenToOthers) {
-  host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot work under strace
-  ASSERT_EQ(host.shell("umask 0; strace -o /tmp/trace tesselctl start").status, 0);
-  // Every file is made with 0600; a wider mode is set only on what becomes public.
-  const std::string made =
-      host.shell("grep -E 'O_CREAT' /tmp/trace | grep -v ', 0600)' | grep -v ENOENT").output;
-  EXPECT_EQ(made, "");
-  const std::string modes =
-      host.shell(
-              "grep -oE '^f?chmod.*, 0[0-7]+|rename[^ ]*.*, \"[^\"]*\"' /tmp/trace |"
-              " sed 's/.*, //' | tr '\\n' ' '")
-          .output;
-  const std::string id = certID();
-  EXPECT_EQ(modes, "0600 0600 0600 \"" + keyPath(id) + "\" 0644 \"" + certificatePath(id) +
-                       "\" 0700 \"" + kScript +
-                       "\" 0644 \"/etc/apache2/env.plist\" 0644 "
-                       "\"/etc/tessel/.tesselStartedApache\" ");
-}
-
 TEST_F(TLS, UsesAnIdentityThatTheSystemTrusts) {
   import(issue("ca", kName, "root", "DNS:" + kName) + trustRoot(), {"ca"});
   const std::string id = kName + "." + fingerprint("/pki/ca.pem");
@@ -399,33 +380,6 @@ TEST_F(TLS, EachExportStepReportsItsOwnFailure) {
         << output;
     host.remove(obstacle);
   }
-}
-
-TEST_F(TLS, ACreatedIdentityCountsEvenIfItsExportFails) {
-  REQUIRE_NAMESPACES();
-  host.mounts = {"--ro-bind", host.outside("/etc/tessel"), "/etc/tessel"};
-  const Outcome outcome = host.tesselctl({"start"});
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_TRUE(outcome.output.ends_with("Created identity in system keychain for " + kName + "\n"));
-  EXPECT_EQ(outcome.errors,
-            red("Failed to create exported key file at " + keyPath(certID())) + "\n");
-  EXPECT_TRUE(host.apacheLoaded());
-}
-
-TEST_F(TLS, AFullDiskLeavesAnEmptyKeyFileAndNoDebris) {
-  REQUIRE_NAMESPACES();
-  import(issue("ca", kName, "root", "DNS:" + kName), {"ca"});
-  host.shell("cp /etc/tessel/* /tmp");
-  host.mounts = {"--size", "16384", "--tmpfs", "/etc/tessel"};
-  const Outcome outcome = host.shell(
-      "cp /tmp/tessel.plist /tmp/httpd_tessel.conf /etc/tessel; "
-      "dd if=/dev/zero of=/etc/tessel/fill 2>/dev/null; tesselctl start; echo $?;"
-      "ls -A /etc/tessel; cat /etc/tessel/*.key.pem | wc -c");
-  EXPECT_NE(outcome.errors.find("Failed to write exported key to "), std::string::npos)
-      << outcome.errors;
-  EXPECT_TRUE(outcome.output.ends_with("\nfill\nhttpd_tessel.conf\ntessel.plist\n0\n"))
-      << outcome.output;
-  EXPECT_EQ(outcome.output.find(".tessel-"), std::string::npos) << outcome.output;
 }
 
 TEST_F(TLS, AnUnusableKeychainEndsTheStart) {

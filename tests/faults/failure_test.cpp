@@ -1,0 +1,206 @@
+// Each file operation of each command fails once, in every way that makes sense for it. What may
+// come of that is a matter of which file it is.
+#include <algorithm>
+#include <iostream>
+#include <regex>
+
+#include "tests/faults/scenario.h"
+
+namespace {
+
+struct Rule {
+  std::string what;  // "SCENARIO CALL FILE", as regular expressions all
+  int status;
+  std::string errors;  // standard error, with "!" for each red beginning
+  std::string old;     // the items that stay as they were; all others are as after the command
+  std::string any = "none";  // the items that may be anything
+};
+
+const std::string kAll = ".*";
+const std::string kEnvironment = "/etc/apache2/env\\.plist";
+const std::string kReading = "(read|openat(\\+read)?) ";
+const std::string kActive = "/etc/apache2/other/httpd_tessel\\.conf";
+const std::string kProxy = "/etc/tessel/httpd_tessel_proxy\\.conf";
+const std::string kRecord = "/var/lib/directory/local/sharepoints";
+const std::string kKeychain = "/Library/Keychains.*";
+const std::string kReason =
+    ": (No space left on device|Read-only file system|Permission denied|Input/output error)\n";
+const std::string kExported =
+    "/etc/tessel/.*(\\.key\\.pem 600 (PEM)?|\\.cert\\.pem 644 PEM|\\.sh 700 (script)?)";
+
+const std::vector<Rule> kRules{
+    {".* " + kReading + "/etc/tessel/tessel\\.plist", 2,
+     "!Tessel config file /etc/tessel/tessel.plist is malformed.\n\n!Cannot proceed.\n", kAll},
+    // One that cannot be read counts as empty, so that what others put in is lost, by contract.
+    {"StartAgain " + kReading + kEnvironment, 0, "", kProxy + " .*", kEnvironment + " .*"},
+    {"(?!StartAgain).* " + kReading + kEnvironment, 0, "", kProxy + " .*"},
+    {"Start.* (openat\\+write|write|f.*|rename) " + kEnvironment, 0, "", kEnvironment + " .*"},
+    {"Start.* " + kActive, 1, "!cannot (make a link at|move) .*" + kReason, kAll},
+    {"Stop.* " + kActive + "\\.inactive", 1, "!cannot move .*" + kReason, kAll,
+     "/Library/LaunchAgents/.*"},
+    {".* (openat\\+)?f(data)?sync "
+     "/.*/(tessel|apache2|other|LaunchAgents|Keychains|local|sharepoints)",
+     0, "", "none"},
+    {"St.* .*/\\.tesselStartedApache", 0, "", ".*/\\.tesselStartedApache .*"},
+    {"Stop.* (openat(\\+getdents.*)?|getdents.*|unlink) /Library/LaunchAgents.*", 0, "",
+     "/Library/LaunchAgents/.*"},
+    {"St.* (symlink|unlink) " + kProxy, 0, "!cannot (make a link at|remove) " + kProxy + kReason,
+     kProxy + " .*"},
+    {"Start.* .*\\.key\\.pem", 0,
+     "(!Failed to (create exported key file at|write exported key to) .*\\.key\\.pem\n)+", "none",
+     kExported},
+    {"Start.* .*\\.cert\\.pem", 0, "!Failed to write exported cert to .*\\.cert\\.pem\n", "none",
+     kExported},
+    {"Start.* .*/getSSLPassPhrase\\.sh", 0,
+     "!Failed to (create pass phrase tool file at|write pass phrase tool to) .*\\.sh\n", "none",
+     kExported},
+    {"Start.* " + kKeychain, 0, "(!SecKeychainOpen error: .*\n)?", "none"},
+    {"Start.* " + kKeychain, 1,
+     "(!(SecKeychainOpen|_createUserKeyPair|createSelfSignedCertificateWithPublicKey"
+     "|SecIdentityCreateWithCertificate) error: .*\n)+!Failed to create identity for .*\n"
+     "!Cannot start in SSL mode due to certificate problem\n",
+     "(?!" + kActive + ").*", kKeychain},
+    {"ShareNew .* /var/lib/directory.*", 1,
+     "!Cannot create new record\n!cannot (make the folder|lock|write) " + kRecord + ".*" + kReason,
+     kAll, kRecord + " 755 folder"},
+    {"ShareExisting .* " + kRecord + ".*", 1,
+     "!Cannot set attribute value:cannot (lock|read|write) " + kRecord + ".*" + kReason +
+         "|!Cannot create new record\n!nothing is overwritten at .*\n",
+     kAll, kRecord + "/Projects\\.plist .*"},
+    {"Unshare.* " + kRecord + ".*", 1,
+     "!(No share point named 'Projects'\n|Cannot (get attributes|set attributes|delete record): "
+     "cannot (lock|read|write|remove) " +
+         kRecord + ".*" + kReason + ")",
+     kAll},
+    {"Share.* (openat.*|getdents.*) /srv/Projects", 0, "", "none"},
+    {"Import.* " + kReading + "/pki/.*", 1, "tessel-keychain: cannot read /pki/.*" + kReason, kAll},
+    {"(Import|Delete).* (?!fchown).* " + kKeychain, 1, "tessel-keychain: .*\n", kAll, kKeychain},
+    {"(Import|Delete).* fchown " + kKeychain, 0, "", "none"},
+};
+
+// Judges what the host's command left in /failed after a call, "CALL FILE", had failed.
+void expectFailure(const FaultHost& host, const std::string& call, int status) {
+  const std::string what = std::string(host.scenario.name) + " " + call;
+  const std::string errors = std::regex_replace(
+      host.read("/tmp/err"), std::regex("\033\\[31mError: ([^\033]*)\033\\[0m"), "!$1");
+  const auto rule = std::find_if(kRules.begin(), kRules.end(), [&](const Rule& rule) {
+    return matches(what, rule.what) && status == rule.status && matches(errors, rule.errors);
+  });
+  ASSERT_NE(rule, kRules.end()) << what << "\n" << status << " " << errors;
+  EXPECT_TRUE(status == 0 || !std::regex_search(host.read("/tmp/out"),
+                                                std::regex("Imported|Created sh|Updated|Deleted")));
+  const FaultHost::State left = host.state("/failed");
+  for (const std::string& item : left.items) {
+    // A journal that could not be removed undoes its changes when the keychain is used next.
+    EXPECT_FALSE(matches(
+        item, call.starts_with("unlink") ? ".*/\\.tessel- .*" : ".*/(\\.tessel-|.*-journal) .*"))
+        << item;
+    const bool expected = matches(item, rule->old) ? host.before.items.contains(item)
+                                                   : host.after.items.contains(item);
+    EXPECT_TRUE(expected || matches(item, rule->any)) << "strange: " << item;
+  }
+  const auto expectAll = [&](const std::set<std::string>& items, bool old) {
+    for (const std::string& item : items) {
+      EXPECT_TRUE(matches(item, rule->old) != old || left.items.contains(item) ||
+                  matches(item, rule->any))
+          << "lost: " << item;
+    }
+  };
+  expectAll(host.before.items, true);
+  expectAll(host.after.items, false);
+  EXPECT_TRUE(left.shown == (status == 0 ? host.after : host.before).shown ||
+              matches(left.shown, host.scenario.between))
+      << left.shown;
+}
+
+std::vector<const char*> errorsOf(const Call& call) {
+  if (matches(call.name, "p?read.*|getdents.*|flock")) return {"EIO"};
+  if (matches(call.name, "p?write.*|f(data)?sync|ftruncate")) return {"ENOSPC", "EIO"};
+  if (call.name.starts_with("open") && !call.changes()) return {"EACCES", "EIO"};
+  return {"ENOSPC", "EROFS", "EACCES"};
+}
+
+class Failure : public testing::TestWithParam<Scenario> {};
+
+TEST_P(Failure, IsReportedAndLosesNothing) {
+  static const std::string kFiles =
+      "/(etc/tessel|etc/apache2|Library|var/lib/directory|pki|srv)/.*";
+  const FaultHost host(GetParam());
+  size_t points = 0;
+  size_t runs = 0;
+  for (const Call& call : host.calls) {
+    if (!matches(call.path + "/", kFiles) || matches(call.name, "close|readlink")) continue;
+    std::vector<const char*> errors = errorsOf(call);
+    // Each run of this one makes an RSA key, or two.
+    if (host.scenario.name == std::string("StartMakesIdentity")) {
+      errors = {errors[points % errors.size()]};
+    }
+    ++points;
+    for (const char* error : errors) {
+      SCOPED_TRACE(call.line + ": " + error);
+      ++runs;
+      const std::vector<int> statuses = host.runWith(
+          "strace -qq -o /tmp/trace -e trace=" + call.name + " -e inject=" + call.name +
+              ":error=" + error + ":when=" + std::to_string(call.time),
+          "grep -c INJECTED /tmp/trace; keep /failed");
+      ASSERT_EQ(statuses.size(), 2U);
+      EXPECT_EQ(statuses[1], 1);
+      const std::string use = call.use.empty() ? "" : "+" + call.use;
+      expectFailure(host, call.name + use + " " + call.target, statuses[0]);
+    }
+  }
+  std::cout << GetParam() << ": " << points << " operations failed, in " << runs << " runs\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(Fault, Failure, testing::ValuesIn(scenarios()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+struct Disk {
+  const char* scenario;
+  const char* folder;  // where it is mounted
+  bool full;           // read-only otherwise
+  const char* call;    // the first one that fails, "CALL FILE"
+};
+
+TEST(FailingDisk, IsReportedAndLosesNothing) {
+  REQUIRE_NAMESPACES();
+  const std::vector<Disk> disks{
+      {"StartMakesIdentity", "/etc/tessel", true, "write /etc/tessel/x.key.pem"},
+      {"StartMakesIdentity", "/etc/apache2", true, "write /etc/apache2/env.plist"},
+      {"StartMakesIdentity", "/Library/Keychains", true, "pwrite64 /Library/Keychains/"},
+      {"StartExports", "/etc/tessel", true, "write /etc/tessel/x.key.pem"},
+      {"StartAgain", "/etc/apache2", false, "renameat2 /etc/apache2/other/httpd_tessel.conf"},
+      {"StopStarted", "/etc/apache2", false,
+       "renameat2 /etc/apache2/other/httpd_tessel.conf.inactive"},
+      {"ShareNew", "/var/lib/directory/local", true, "write /var/lib/directory/local"},
+      {"ShareNew", "/var/lib/directory/local", false, "mkdir /var/lib/directory/local"},
+      {"ShareExisting", "/var/lib/directory/local", true,
+       "write /var/lib/directory/local/sharepoints"},
+      {"UnshareDeletes", "/var/lib/directory/local", false,
+       "unlink /var/lib/directory/local/sharepoints/Projects.plist"},
+      {"UnshareWithdraws", "/var/lib/directory/local", false,
+       "openat /var/lib/directory/local/sharepoints/Projects.plist"},
+      {"ImportFirst", "/Library/Keychains", true, "pwrite64 /Library/Keychains/System.keychain"},
+      {"ImportMore", "/Library/Keychains", true, "pwrite64 /Library/Keychains/System.keychain"},
+      {"ImportMore", "/Library/Keychains", false, "openat /Library/Keychains/System.keychain"},
+  };
+  for (const Disk& disk : disks) {
+    SCOPED_TRACE(std::string(disk.scenario) + " " + disk.folder);
+    const auto scenario =
+        std::find_if(scenarios().begin(), scenarios().end(),
+                     [&](const Scenario& one) { return one.name == std::string(disk.scenario); });
+    FaultHost host(*scenario);
+    const std::string fill = std::string(disk.folder) + "/fill";
+    host.shell(". /prelude; restore");
+    if (disk.full) {
+      host.mounts = {"--size", "65536", "--tmpfs", disk.folder};
+    } else {
+      host.mounts = {"--ro-bind", host.outside(disk.folder), disk.folder};
+    }
+    const std::vector<int> statuses = host.runWith(
+        "dd if=/dev/zero of=" + fill + " bs=4k 2>/dev/null;", "rm -f " + fill + "; keep /failed");
+    expectFailure(host, disk.call, statuses.front());
+  }
+}
+
+}  // namespace

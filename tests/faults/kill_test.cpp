@@ -1,0 +1,44 @@
+// Each command is killed at each call that changes a file, starts a child or ends the run.
+#include <iostream>
+
+#include "tests/faults/scenario.h"
+
+namespace {
+
+class Kill : public testing::TestWithParam<Scenario> {};
+
+TEST_P(Kill, LeavesTheOldOrTheNewAndIsDoneByDoingItAgain) {
+  const Scenario& scenario = GetParam();
+  const FaultHost host(scenario);
+  size_t points = 0;
+  size_t debris = 0;
+  for (const Call& call : host.calls) {
+    if (!call.changes()) continue;
+    SCOPED_TRACE(call.line);
+    ++points;
+    const std::vector<int> statuses = host.runWith(
+        "strace -qq -o /tmp/trace -e trace=" + call.name + " -e inject=" + call.name +
+            ":signal=KILL:when=" + std::to_string(call.time),
+        "keep /killed; " + scenario.command + " > /tmp/out 2>&1; echo $?; keep /redone; {\n" +
+            scenario.inverse + "\n} > /tmp/undone 2>&1; echo $?");
+    ASSERT_EQ(statuses.size(), 3U);
+    EXPECT_EQ(statuses[0], 128 + 9);
+    const FaultHost::State killed = host.state("/killed");
+    host.expectOldOrNew(killed);
+    const bool wasDone = killed.shown == host.after.shown && host.before.shown != host.after.shown;
+    EXPECT_EQ(statuses[1], wasDone ? host.statusAgain : 0) << host.read("/tmp/out");
+    host.expectDone(host.state("/redone"));
+    EXPECT_EQ(statuses[2], 0) << host.read("/tmp/undone");
+    for (const std::string& item : killed.items) {
+      if (item.find("/.tessel- ") != std::string::npos) ++debris;
+    }
+  }
+  EXPECT_GE(points, 5U);
+  std::cout << scenario << ": killed at " << points << " points, temporary files left: " << debris
+            << "\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(Fault, Kill, testing::ValuesIn(scenarios()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace

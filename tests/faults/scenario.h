@@ -1,0 +1,67 @@
+// The commands that change something, each on a host in a certain state, and the means to run one
+// of them with a fault in it and to look at what it leaves.
+#pragma once
+
+#include <iosfwd>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/faults/trace.h"
+#include "tests/share_records.h"
+
+struct Scenario {
+  const char* name;
+  std::string prepare;  // a script that lays out the state before
+  std::string command;
+  std::string inverse;  // a script that undoes the command, and fails when that is not to be seen
+  // What records and keychain may show between the state before and the one after, as a regular
+  // expression for FaultHost::State::shown; and what running the command again does not finish.
+  std::string between = "none";
+  std::string unfinished = "none";
+};
+
+std::ostream& operator<<(std::ostream& out, const Scenario& scenario);
+
+const std::vector<Scenario>& scenarios();
+
+class FaultHost : public ShareHost {
+ public:
+  // Everything that commands may change.
+  struct State {
+    // "PATH MODE CONTENT" for each file, folder and link. What is random is left out: of digests,
+    // keys and certificates only that they are there and whole, and the keychain's content.
+    std::set<std::string> items;
+    // The rows that `tesselctl shares` and `tessel-keychain list` print, without identifiers.
+    std::string shown;
+  };
+
+  explicit FaultHost(const Scenario& scenario);
+
+  // Runs the command, behind a prefix, on the state before, then a script that may use the
+  // functions of `prelude`. Returns the command's exit status and then the numbers that the script
+  // printed.
+  std::vector<int> runWith(const std::string& prefix, const std::string& script) const;
+  // The state that `keep FOLDER` kept. Fails the test for a secret that others can read.
+  State state(const std::string& folder) const;
+
+  // Fails the test unless everything is as before or as after (or, of what is filled in place and
+  // of temporary files, empty or half there, but closed to others), and nothing is missing that is
+  // there both before and after. `also` is for items that may be anything.
+  void expectOldOrNew(const State& found, const std::string& also = "none") const;
+  // Fails the test unless the command has been done, be it by its second run.
+  void expectDone(const State& found) const;
+
+  // A script's functions: put the state before back, keep the present one in a folder.
+  static const std::string prelude;
+
+  const Scenario& scenario;
+  std::vector<Call> calls;  // of a run that nothing disturbs
+  State before;
+  State after;
+  State again;  // after a second run
+  int statusAgain = 0;
+};
+
+// Whether the whole text matches a regular expression.
+bool matches(const std::string& text, const std::string& expression);
