@@ -1,8 +1,8 @@
 #include "tests/sandbox.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
@@ -34,48 +34,34 @@ case $1 in
 esac
 )";
 
+// What a child has written to a stream of its own.
+std::string content(int stream) {
+  std::string text(static_cast<size_t>(lseek(stream, 0, SEEK_END)), '\0');
+  text.resize(static_cast<size_t>(pread(stream, text.data(), text.size(), 0)));
+  close(stream);
+  return text;
+}
+
 Outcome execute(const std::vector<std::string>& command) {
-  std::array<int, 2> out{};
-  std::array<int, 2> err{};
-  if (pipe2(out.data(), O_CLOEXEC) != 0 || pipe2(err.data(), O_CLOEXEC) != 0) {
-    throw std::runtime_error("pipe2");
-  }
+  const int out = memfd_create("out", MFD_CLOEXEC);
+  const int err = memfd_create("err", MFD_CLOEXEC);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
   std::vector<char*> argv;
   for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);
   pid_t child = 0;
-  const int failure = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  close(err[1]);
-  if (failure != 0) throw std::runtime_error("cannot run " + command[0]);
-
-  Outcome outcome;
-  std::array<pollfd, 2> streams{pollfd{out[0], POLLIN, 0}, pollfd{err[0], POLLIN, 0}};
-  const std::array<std::string*, 2> texts{&outcome.output, &outcome.errors};
-  while (streams[0].fd >= 0 || streams[1].fd >= 0) {
-    poll(streams.data(), streams.size(), -1);
-    for (size_t i = 0; i < streams.size(); ++i) {
-      if (streams[i].revents == 0) continue;
-      std::array<char, 65536> buffer{};
-      const ssize_t got = ::read(streams[i].fd, buffer.data(), buffer.size());
-      if (got > 0) {
-        texts[i]->append(buffer.data(), static_cast<size_t>(got));
-      } else {
-        close(streams[i].fd);
-        streams[i].fd = -1;
-      }
-    }
-  }
   int status = 0;
-  waitpid(child, &status, 0);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return outcome;
+  if (posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) != 0 ||
+      waitpid(child, &status, 0) != child) {
+    throw std::runtime_error("cannot run " + command[0]);
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), content(out),
+          content(err)};
 }
 
 }  // namespace
@@ -134,22 +120,12 @@ Sandbox::~Sandbox() {
 std::vector<std::string> Sandbox::wrap(const std::vector<std::string>& command) const {
   std::vector<std::string> whole;
   if (hasNamespaces()) {
-    whole = {"bwrap",
-             "--die-with-parent",
-             "--new-session",
-             "--unshare-pid",
-             "--unshare-net",
-             "--unshare-ipc",
-             "--unshare-uts",
-             "--hostname",
-             kHostName,
-             "--bind",
-             root,
-             "/",
-             "--dev",
-             "/dev",
-             "--proc",
-             "/proc"};
+    std::istringstream words(
+        "bwrap --die-with-parent --new-session --unshare-pid --unshare-net --unshare-ipc "
+        "--unshare-uts --dev /dev --proc /proc --hostname");
+    for (std::string word; words >> word;) whole.push_back(word);
+    whole.insert(whole.begin() + 1, {"--bind", root, "/"});
+    whole.emplace_back(kHostName);
     whole.insert(whole.end(), mounts.begin(), mounts.end());
     if (user != 0 || geteuid() != 0) {
       whole.insert(whole.end(), {"--unshare-user", "--uid", std::to_string(user), "--gid",
@@ -171,16 +147,14 @@ Outcome Sandbox::run(const std::vector<std::string>& command) const {
   return execute(wrap(command));
 }
 
-Outcome Sandbox::tesselctl(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> command{"/usr/sbin/tesselctl"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return run(command);
+Outcome Sandbox::tesselctl(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), "/usr/sbin/tesselctl");
+  return run(arguments);
 }
 
-Outcome Sandbox::keychain(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> command{"/usr/sbin/tessel-keychain"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return run(command);
+Outcome Sandbox::keychain(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), "/usr/sbin/tessel-keychain");
+  return run(arguments);
 }
 
 Outcome Sandbox::shell(const std::string& script) const { return run({"/bin/sh", "-c", script}); }
@@ -254,11 +228,7 @@ std::string Sandbox::environmentValue(const std::string& key) const {
 }
 
 void Sandbox::setApacheLoaded(bool loaded) const {
-  if (loaded) {
-    write("/run/apache.loaded", "");
-  } else {
-    remove("/run/apache.loaded");
-  }
+  loaded ? write("/run/apache.loaded", "") : remove("/run/apache.loaded");
 }
 
 bool Sandbox::apacheLoaded() const { return exists("/run/apache.loaded"); }

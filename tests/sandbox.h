@@ -34,8 +34,8 @@ class Sandbox {
 
   // Runs a program inside.
   Outcome run(const std::vector<std::string>& command) const;
-  Outcome tesselctl(const std::vector<std::string>& arguments) const;
-  Outcome keychain(const std::vector<std::string>& arguments) const;
+  Outcome tesselctl(std::vector<std::string> arguments) const;
+  Outcome keychain(std::vector<std::string> arguments) const;
   // Runs a script with /bin/sh inside.
   Outcome shell(const std::string& script) const;
   // Runs tesselctl with both streams in one.
