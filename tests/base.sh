@@ -35,7 +35,7 @@ locate() { # TOOL
   echo "base.sh: $1 is not installed" >&2
   return 1
 }
-for tool in sh cat chmod chown cp dd env flock grep head ln ls mkdir mv openssl ps rm sed seq setpriv \
+for tool in sh cat chmod chown cp dd env flock grep head ln ls mkdir mkfifo mv openssl ps rm sed seq setpriv \
   sleep sort sqlite3 stat strace tail timeout touch tr wc; do
   file=$(locate "$tool")
   install_program "$file" "/bin/$tool"

@@ -1,9 +1,6 @@
 // The command line: usage, the root check, the installation checks, exit statuses.
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cctype>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/sandbox.h"
@@ -27,10 +24,6 @@ TEST(CommandLine, UsageComesBeforeEveryCheck) {
     EXPECT_EQ(outcome.output, kUsage + "\n");
     EXPECT_EQ(outcome.errors, "");
   }
-}
-
-TEST(CommandLine, UsageNamesTheProgramAsInvoked) {
-  Sandbox host;
   host.makeLink("/usr/sbin/webshare", "tesselctl");
   EXPECT_NE(host.run({"/usr/sbin/webshare"}).output.find("Usage: webshare ["), std::string::npos);
 }
@@ -59,132 +52,72 @@ TEST(CommandLine, UnknownWordsPrintTheUsageWithoutTheEmptyLine) {
 }
 
 TEST(CommandLine, StatusAsksOnlyWhetherTheConfigurationIsActive) {
-  const std::string active = "/etc/apache2/other/httpd_tessel.conf";
-  Sandbox host;
-  const auto expectStatus = [&](const std::string& word, const char* why) {
-    const Outcome outcome = host.tesselctl({"status", "ignored"});
-    EXPECT_EQ(outcome.output, word + "\n") << why;
-    EXPECT_EQ(outcome.errors, "") << why;
-    EXPECT_EQ(outcome.status, 0) << why;
-  };
+  const Sandbox host;
   host.setApacheLoaded(true);
-  expectStatus("disabled", "nothing there");
-  host.write(active, "");
-  expectStatus("enabled", "a plain file");
-  host.remove(active);
-  host.makeFolder(active);
-  expectStatus("enabled", "a folder");
-  host.remove(active);
-  host.makeLink(active, "/etc/tessel/httpd_tessel.conf");
-  expectStatus("enabled", "a link");
-  host.remove(active);
-  host.makeLink(active, "/nowhere");
-  expectStatus("disabled", "a dangling link");
-  EXPECT_EQ(host.calls(), "");
-}
-
-struct InstallationCase {
-  const char* name;
-  void (*damage)(const Sandbox& host);
-  std::string message;
-};
-
-std::ostream& operator<<(std::ostream& out, const InstallationCase& tried) {
-  return out << tried.name;
-}
-
-std::string deeplyNested(size_t levels) {
-  std::string text = "<plist><dict><key>a</key>";
-  for (size_t i = 0; i < levels; ++i) text += "<array>";
-  for (size_t i = 0; i < levels; ++i) text += "</array>";
-  return text + "</dict></plist>";
-}
-
-const std::string kMalformed = "Tessel config file /etc/tessel/tessel.plist is malformed.\n";
-const char* const kConfig = "/etc/tessel/tessel.plist";
-
-const std::vector<InstallationCase> kInstallationCases{
-    {"no folder", [](const Sandbox& host) { host.remove("/etc/tessel"); },
-     "Main Tessel config directory /etc/tessel is missing."},
-    {"no master configuration",
-     [](const Sandbox& host) { host.remove("/etc/tessel/httpd_tessel.conf"); },
-     "Apache config file httpd_tessel.conf is missing.\n"},
-    {"neither configuration",
-     [](const Sandbox& host) {
-       host.remove("/etc/tessel/httpd_tessel.conf");
-       host.remove(kConfig);
-     },
-     "Apache config file httpd_tessel.conf is missing.\n"},
-    {"no configuration", [](const Sandbox& host) { host.remove(kConfig); },
-     "Tessel config file /etc/tessel/tessel.plist is missing.\n"},
-    {"dangling link",
-     [](const Sandbox& host) {
-       host.remove(kConfig);
-       host.makeLink(kConfig, "/nowhere");
-     },
-     "Tessel config file /etc/tessel/tessel.plist is missing.\n"},
-    {"empty", [](const Sandbox& host) { host.write(kConfig, ""); }, kMalformed},
-    {"cut off", [](const Sandbox& host) { host.write(kConfig, "<plist><dict></dict>"); },
-     kMalformed},
-    {"an array", [](const Sandbox& host) { host.write(kConfig, "<plist><array></array></plist>"); },
-     kMalformed},
-    {"two lists",
-     [](const Sandbox& host) {
-       host.write(kConfig, "<plist><dict/></plist><plist><dict/></plist>");
-     },
-     kMalformed},
-    {"noise", [](const Sandbox& host) { host.write(kConfig, std::string("\0\xFF<<>&", 6)); },
-     kMalformed},
-    {"50 MB",
-     [](const Sandbox& host) {
-       host.write(kConfig,
-                  dictionary("<key>a</key><string>" + std::string(50'000'000, 'x') + "</string>"));
-     },
-     kMalformed},
-    {"nested 100,000 deep", [](const Sandbox& host) { host.write(kConfig, deeplyNested(100'000)); },
-     kMalformed},
-    {"a folder",
-     [](const Sandbox& host) {
-       host.remove(kConfig);
-       host.makeFolder(kConfig);
-     },
-     kMalformed},
-    {"a pipe",
-     [](const Sandbox& host) {
-       host.remove(kConfig);
-       ASSERT_EQ(mkfifo(host.outside(kConfig).c_str(), 0600), 0);
-     },
-     kMalformed},
-};
-
-class Installation : public testing::TestWithParam<InstallationCase> {};
-
-TEST_P(Installation, EveryWordStopsAtTheFirstProblem) {
-  Sandbox host;
-  GetParam().damage(host);
-  for (const char* word : {"status", "start", "nonsense"}) {
-    const Outcome outcome = host.tesselctl({word});
-    EXPECT_EQ(outcome.status, 2) << word;
-    EXPECT_EQ(outcome.output, "") << word;
-    EXPECT_EQ(outcome.errors, red(GetParam().message) + "\n" + kCannotProceed) << word;
+  for (const auto& [laidOut, word] : std::vector<std::pair<std::string, std::string>>{
+           {":", "disabled"},
+           {": > $active", "enabled"},
+           {"mkdir $active", "enabled"},
+           {"ln -s /etc/tessel/httpd_tessel.conf $active", "enabled"},
+           {"ln -s /nowhere $active", "disabled"}}) {
+    host.shell("active=/etc/apache2/other/httpd_tessel.conf; rm -rf $active; " + laidOut);
+    const Outcome outcome = host.tesselctl({"status", "ignored"});
+    EXPECT_EQ(outcome.output, word + "\n") << laidOut;
+    EXPECT_EQ(outcome.errors, "") << laidOut;
+    EXPECT_EQ(outcome.status, 0) << laidOut;
   }
   EXPECT_EQ(host.calls(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Installation, testing::ValuesIn(kInstallationCases),
-                         [](const auto& tried) {
-                           std::string name = tried.param.name;
-                           std::replace_if(
-                               name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
-                           return name;
-                         });
+TEST(CommandLine, EveryWordStopsAtTheFirstProblemOfTheInstallation) {
+  const std::string missing = "Tessel config file /etc/tessel/tessel.plist is missing.\n";
+  const std::string malformed = "Tessel config file /etc/tessel/tessel.plist is malformed.\n";
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"rm -r /etc/tessel", "Main Tessel config directory /etc/tessel is missing."},
+      {"rm httpd_tessel.conf tessel.plist", "Apache config file httpd_tessel.conf is missing.\n"},
+      {"rm tessel.plist", missing},
+      {"ln -sf /nowhere tessel.plist", missing},
+      {": > tessel.plist", malformed},
+      {"echo '<plist><dict></dict>' > tessel.plist", malformed},
+      {"echo '<plist><array></array></plist>' > tessel.plist", malformed},
+      {"cat tessel.plist tessel.plist > twice; mv twice tessel.plist", malformed},
+      {"rm tessel.plist; mkdir tessel.plist", malformed},
+      {"rm tessel.plist; mkfifo tessel.plist", malformed},
+  };
+  for (const auto& [damage, message] : cases) {
+    const Sandbox host;
+    ASSERT_EQ(host.shell("cd /etc/tessel; " + damage).status, 0) << damage;
+    for (const char* word : {"status", "start", "nonsense"}) {
+      const Outcome outcome = host.tesselctl({word});
+      EXPECT_EQ(outcome.status, 2) << damage;
+      EXPECT_EQ(outcome.output, "") << damage;
+      EXPECT_EQ(outcome.errors, red(message) + "\n" + kCannotProceed) << damage;
+    }
+    EXPECT_EQ(host.calls(), "") << damage;
+  }
+}
 
-TEST(CommandLine, ReadsNestingUpToTheLimit) {
-  Sandbox host;
-  host.write(kConfig, deeplyNested(511));
-  EXPECT_EQ(host.tesselctl({"status"}).status, 0);
-  host.write(kConfig, deeplyNested(512));
-  EXPECT_EQ(host.tesselctl({"status"}).status, 2);
+TEST(CommandLine, ReadsNestingAndSizesUpToTheLimits) {
+  const std::string opening = "<plist><dict><key>a</key>";
+  const auto nested = [&](size_t levels) {
+    std::string text = opening;
+    for (size_t i = 0; i < levels; ++i) text += "<array>";
+    for (size_t i = 0; i < levels; ++i) text += "</array>";
+    return text + "</dict></plist>";
+  };
+  const auto large = [&](size_t size) {
+    return opening + "<string>" + std::string(size, 'x') + "</string></dict></plist>";
+  };
+  const Sandbox host;
+  const auto statusWith = [&](const std::string& list) {
+    host.write("/etc/tessel/tessel.plist", list);
+    return host.tesselctl({"status"}).status;
+  };
+  EXPECT_EQ(statusWith(nested(511)), 0);
+  EXPECT_EQ(statusWith(nested(512)), 2);
+  EXPECT_EQ(statusWith(nested(100'000)), 2);
+  EXPECT_EQ(statusWith(large((16 << 20) - 100)), 0);
+  EXPECT_EQ(statusWith(large(16 << 20)), 2);
 }
 
 TEST(CommandLine, WorksWithoutStandardStreamsAndReaders) {
