@@ -29,6 +29,11 @@ void expectRun(const Sandbox& host, const std::vector<std::string>& arguments,
   EXPECT_EQ(host.calls(), calls) << arguments.back();
 }
 
+void expectRefusal(const Sandbox& host, const std::string& word, const std::string& path,
+                   const std::string& message) {
+  expectRun(host, {word, path}, {1, "", red(message) + "\n"}, "");
+}
+
 TEST(Share, MakesARecordThenUpdatesIt) {
   ShareHost host;
   expectRun(host, {"share", "/srv/Projects/"}, {0, created("Projects"), ""}, kRestart);
@@ -48,12 +53,8 @@ TEST(Share, MakesARecordThenUpdatesIt) {
              ""},
             kRestart);
   EXPECT_EQ(host.recordNames(), std::vector<std::string>{});
-  expectRun(host, {"unshare", "Projects"}, {1, "", red("No share point named 'Projects'") + "\n"},
-            "");
-}
-
-TEST(Share, WithoutAPathIsSilentSuccess) {
-  ShareHost host;
+  expectRefusal(host, "unshare", "Projects", "No share point named 'Projects'");
+  // Without a path there is nothing to do.
   expectRun(host, {"share"}, {0, "", ""}, "");
   expectRun(host, {"unshare"}, {0, "", ""}, "");
 }
@@ -89,35 +90,24 @@ TEST(Share, RefusesBeforeItLooksAtTheDirectory) {
   host.write("/srv/file", "");
   host.makeLink("/srv/dangling", "/nowhere");
   host.makeLink("/srv/link", "/srv/Projects");
+  const std::string specified = "Cannot share: Specified path '";
   const std::string reserved = " contains reserved string \"webdav\" as a path component";
-  const std::vector<std::pair<std::string, std::string>> cases{
-      {"webdav", reserved},
-      {"/webdav", reserved},
-      {"/srv/webdav/Projects", reserved},
-      {"/srv/webdav/", reserved},
-      {"/nowhere/webdav/..", reserved},
-      {"webdav//", reserved},
-      {"", " does not exist"},
-      {"/nowhere", " does not exist"},
-      {"/srv/nowhere/../Projects", " does not exist"},
-      {"~", " does not exist"},
-      {"~root/", " does not exist"},
-      {"/srv/dangling", " does not exist"},
-      {"/srv/file/", " does not exist"},
-      {"/srv/file", " is not a directory"},
-  };
-  for (const auto& [path, reason] : cases) {
-    expectRun(host, {"share", path},
-              {1, "", red("Cannot share: Specified path '" + path + "'" + reason) + "\n"}, "");
+  for (const char* path : {"webdav", "/webdav", "/srv/webdav/Projects", "/srv/webdav/",
+                           "/nowhere/webdav/..", "webdav//"}) {
+    expectRefusal(host, "share", path, specified + path + "'" + reserved);
   }
+  for (const char* path :
+       {"", "/nowhere", "/srv/nowhere/../Projects", "~", "/srv/dangling", "/srv/file/"}) {
+    expectRefusal(host, "share", path, specified + path + "' does not exist");
+  }
+  expectRefusal(host, "share", "/srv/file", specified + "/srv/file' is not a directory");
   for (const char* path : {"/srv/WebDAV/Projects", "/srv/webdav2", "/srv/link"}) {
-    expectRun(host, {"share", path}, {1, "", red("Cannot create Nexa session") + "\n"}, "");
+    expectRefusal(host, "share", path, "Cannot create Nexa session");
   }
+  expectRefusal(host, "unshare", "srv", "Cannot create Nexa session");
   host.makeFolder("/var/lib/directory");
-  expectRun(host, {"share", "/srv/Projects"}, {1, "", red("Cannot create Nexa node") + "\n"}, "");
-  expectRun(host, {"unshare", "srv"}, {1, "", red("Cannot create Nexa node") + "\n"}, "");
-  host.remove("/var/lib/directory");
-  expectRun(host, {"unshare", "srv"}, {1, "", red("Cannot create Nexa session") + "\n"}, "");
+  expectRefusal(host, "share", "/srv/Projects", "Cannot create Nexa node");
+  expectRefusal(host, "unshare", "srv", "Cannot create Nexa node");
 }
 
 TEST(Share, WarnsOfAReservedNameInsideTheFolder) {
@@ -135,54 +125,44 @@ TEST(Share, WarnsOfAReservedNameInsideTheFolder) {
             "");
 }
 
-struct TypedPath {
-  const char* typed;  // in /srv
-  const char* name;
-  const char* file;
-  const char* path;
-};
-
+// The rules for paths have a table of their own; here are the ones that ask the host.
 TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
   ShareHost host;
   host.write("/etc/passwd", "root:x:0:0::/var/root:/bin/sh\nann:x:1000:1000::/Users/ann:/bin/sh\n");
-  for (const char* folder : {"/srv/~/Work", "/srv/~ann/Work", "/private/var/here", "/private/only",
-                             "/private/private/twice", "/private/twice", "/twice", "/var/here"}) {
+  for (const char* folder : {"/srv/~/Work", "/srv/~ann/Work", "/private/only", "/private/twice",
+                             "/private/private/twice", "/twice"}) {
     host.makeFolder(folder);
   }
   host.makeLink("/srv/Latest", "/srv/Projects");
-  const std::vector<TypedPath> cases{
+  struct Case {
+    const char* typed;  // in /srv
+    const char* name;
+    const char* file;
+    const char* path;
+  };
+  const std::vector<Case> cases{
       {"Projects", "Projects", "Projects.plist", "Projects"},
-      {"//srv/./Other/../Projects/", "Projects", "Projects.plist", "/srv/Projects"},
-      {"Latest", "Latest", "Latest.plist", "Latest"},
-      {"/srv/Latest/", "Latest", "Latest.plist", "/srv/Latest"},
+      {"//srv/Latest/", "Latest", "Latest.plist", "/srv/Latest"},
       {"/", "/", "%2F.plist", "/"},
-      {"..", "..", "%2E..plist", ".."},
-      {"~", "~", "~.plist", "/var/root"},
       {"~/Work", "Work", "Work.plist", "/var/root/Work"},
       {"~ann/Work/", "Work", "Work.plist", "/Users/ann/Work"},
-      {"/private/var/here", "here", "here.plist", "/var/here"},
       {"/private/only", "only", "only.plist", "/private/only"},
       {"/private/private/twice", "twice", "twice.plist", "/private/twice"},
   };
-  for (const TypedPath& tried : cases) {
+  for (const auto& [typed, name, file, path] : cases) {
     host.remove(kRecordFolder);
-    const Outcome outcome = host.shell(
-        std::string("cd /srv && HOME=/elsewhere exec tesselctl share '") + tried.typed + "'");
-    EXPECT_EQ(outcome.output, created(tried.name)) << tried.typed;
-    EXPECT_EQ(outcome.errors, "") << tried.typed;
-    EXPECT_EQ(host.entries(tried.file), sharedEntries(tried.name, tried.path)) << tried.typed;
+    const Outcome outcome =
+        host.shell(std::string("cd /srv && HOME=/elsewhere exec tesselctl share '") + typed + "'");
+    EXPECT_EQ(outcome.output, created(name)) << typed;
+    EXPECT_EQ(host.entries(file), sharedEntries(name, path)) << typed;
   }
 }
 
-TEST(Share, NoNameLeavesTheFolderOrHidesInIt) {
+TEST(Share, OddNamesComeBackAsTheyAre) {
   ShareHost host;
   const std::vector<std::pair<std::string, std::string>> cases{
-      {".hidden", "%2Ehidden.plist"},
-      {"a\nb", "a%0Ab.plist"},
-      {"Icon\r", "Icon%0D.plist"},
-      {"caf\xC3\xA9", "caf\xC3\xA9.plist"},
-      {"<&>\"'", "<&>\"'.plist"},
-      {"-n", "-n.plist"},
+      {".hidden\n\r", "%2Ehidden%0A%0D.plist"},
+      {"caf\xC3\xA9 <&>\"'", "caf\xC3\xA9 <&>\"'.plist"},
       {std::string(249, 'n'), std::string(249, 'n') + ".plist"},
   };
   for (const auto& [name, fileName] : cases) {
@@ -198,18 +178,13 @@ TEST(Share, NoNameLeavesTheFolderOrHidesInIt) {
 
 TEST(Share, NamesThatNoRecordCanHave) {
   ShareHost host;
-  const std::string folder = kRecordFolder + "/";
-  const std::string tooLong = ".plist: File name too long";
   const auto notHeld = [](const std::string& attribute) {
     return "a property list cannot hold the value of " + attribute +
            ", which is not UTF-8 or has control characters";
   };
   const std::string longName(250, 'n');
-  std::string encoded;
-  for (int i = 0; i < 84; ++i) encoded += "%25";
   const std::vector<std::pair<std::string, std::string>> cases{
-      {longName, "cannot write " + folder + longName + tooLong},
-      {std::string(84, '%'), "cannot write " + folder + encoded + tooLong},
+      {longName, "cannot write " + kRecordFolder + "/" + longName + ".plist: File name too long"},
       {"caf\xE9", notHeld(kName)},
       {"\x1B[31m", notHeld(kName)},
       {"caf\xE9/inside", notHeld(kPath)},
@@ -221,33 +196,19 @@ TEST(Share, NamesThatNoRecordCanHave) {
               {1, "No existing share point named " + last + "\n",
                red("Cannot create new record") + "\n" + red(reason) + "\n"},
               "");
-    expectRun(host, {"unshare", "/srv/" + name},
-              {1, "", red("No share point named '" + last + "'") + "\n"}, "");
+    expectRefusal(host, "unshare", "/srv/" + name, "No share point named '" + last + "'");
   }
-  EXPECT_EQ(host.names("/var/lib/directory/local"), std::vector<std::string>{"sharepoints"});
   EXPECT_EQ(host.recordNames(), std::vector<std::string>{});
-}
-
-TEST(Share, TheEmptyNameIsNoRecord) {
-  ShareHost host;
-  host.record(".plist", nameAndPath("", "/srv"));
-  expectRun(host, {"unshare", ""}, {1, "", red("No share point named ''") + "\n"}, "");
-  EXPECT_EQ(host.recordNames(), std::vector<std::string>{".plist"});
 }
 
 TEST(Share, KeepsWhatOtherProgramsWrote) {
   ShareHost host;
+  // More types than these are tried with Apache's environment, which is rewritten the same way.
   const std::string others =
       "<key>Comment</key><string>kept as a string</string>"
-      "<key>dsAttrTypeNative:sharepoint_group_id</key>"
-      "<array><string>A &amp; B</string><string></string></array>" +
+      "<key>group</key><array><string>A &amp; B</string><string></string></array>" +
       attribute(kSMBShared, {"1"}) +
-      "<key>afp</key><dict><key>guest</key><false/><key>limit</key><integer>-7</integer></dict>"
-      "<key>big</key><integer>18446744073709551615</integer>"
-      "<key>blob</key><data>AP8=</data>"
-      "<key>empty</key><array/>"
-      "<key>ratio</key><real>0.5</real>"
-      "<key>when</key><date>2026-01-02T03:04:05Z</date>";
+      "<key>limits</key><dict><key>n</key><integer>-7</integer></dict>";
   host.record("Projects.plist", attribute(kName, {"Projects", "alias"}) + "<key>" + kPath +
                                     "</key><string>/a string</string>" + others);
   expectRun(host, {"share", "/srv/Projects"}, {0, kUpdated, ""}, "");
@@ -264,21 +225,14 @@ TEST(Share, KeepsWhatOtherProgramsWrote) {
 
 TEST(Share, GoesByTheFileNameOfARecord) {
   ShareHost host;
+  host.record(".plist", nameAndPath("", "/srv"));
+  expectRefusal(host, "unshare", "", "No share point named ''");
   host.record("Projects.plist", nameAndPath("a/../b", "/old"));
   expectRun(host, {"share", "/srv/Projects"}, {0, kUpdated, ""}, "");
   EXPECT_EQ(host.tesselctl({"shares"}).output,
             kListingHead + row("a/../b", "/srv/Projects", "Yes"));
-  expectRun(host, {"unshare", "a/../b"}, {1, "", red("No share point named 'b'") + "\n"}, "");
-  EXPECT_EQ(host.tesselctl({"unshare", "Projects"}).status, 0);
+  expectRefusal(host, "unshare", "a/../b", "No share point named 'b'");
 }
-
-enum class Change { Deleted, FlagOff };
-
-struct Decision {
-  std::string flags;  // entries of the record
-  std::string lines;
-  Change change;
-};
 
 TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
   const std::string notSMB = "Share point is not SMB shared\n";
@@ -288,41 +242,36 @@ TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
   const std::string keeps = "Has other shares; updating attributes\n";
   const std::string deletes = "No other shares; deleting share point\nDeleted share point\n";
   const std::string smb = "<key>" + kSMBShared + "</key>";
-  const std::string smbOn = smb + "<array><string>1</string></array>";
-  const std::string smbOff = smb + "<array><string>0</string></array>";
+  const std::string smbOn = attribute(kSMBShared, {"1"});
+  const std::string smbOff = attribute(kSMBShared, {"0"});
   const std::string afpOn = attribute(kAFPShared, {"1"});
   const std::string afpOff = attribute(kAFPShared, {"0"});
-  const std::vector<Decision> cases{
-      {"", notSMB + notAFP + deletes, Change::Deleted},
-      {afpOn, notSMB + isAFP + keeps, Change::FlagOff},
-      {afpOff, notSMB + keeps, Change::FlagOff},
-      {smbOn, isSMB + notAFP + keeps, Change::FlagOff},
-      {smbOn + afpOn, isSMB + isAFP + keeps, Change::FlagOff},
-      {smbOn + afpOff, isSMB + keeps, Change::FlagOff},
-      {smbOff, notAFP + keeps, Change::FlagOff},
-      {smbOff + afpOn, isAFP + keeps, Change::FlagOff},
-      {smbOff + afpOff, keeps, Change::FlagOff},
-      {smb + "<array><string>01</string></array>", notAFP + keeps, Change::FlagOff},
-      {smb + "<array><string>0</string><string>1</string></array>", notAFP + keeps,
-       Change::FlagOff},
-      {smb + "<array/>", notSMB + notAFP + deletes, Change::Deleted},
-      {smb + "<string>1</string>", isSMB + notAFP + keeps, Change::FlagOff},
-      {smb + "<integer>1</integer>", isSMB + notAFP + keeps, Change::FlagOff},
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"", notSMB + notAFP + deletes},
+      {afpOn, notSMB + isAFP + keeps},
+      {afpOff, notSMB + keeps},
+      {smbOn, isSMB + notAFP + keeps},
+      {smbOn + afpOn, isSMB + isAFP + keeps},
+      {smbOn + afpOff, isSMB + keeps},
+      {smbOff, notAFP + keeps},
+      {smbOff + afpOn, isAFP + keeps},
+      {smbOff + afpOff, keeps},
+      {attribute(kSMBShared, {"01", "1"}), notAFP + keeps},
+      {smb + "<array/>", notSMB + notAFP + deletes},
+      {smb + "<integer>1</integer>", isSMB + notAFP + keeps},
   };
   ShareHost host;
-  for (const Decision& tried : cases) {
+  for (const auto& [flags, lines] : cases) {
     // A share that was never Tessel's is treated like any other.
     for (const std::string& own : {sharedEntries("Projects", "/srv/Projects"), std::string()}) {
-      host.record("Projects.plist", own + tried.flags);
-      SCOPED_TRACE(own + tried.flags);
-      expectRun(host, {"unshare", "Projects/"}, {0, tried.lines, ""}, kRestart);
-      if (tried.change == Change::Deleted) {
-        EXPECT_EQ(host.recordNames(), std::vector<std::string>{});
-        continue;
-      }
+      SCOPED_TRACE(own + flags);
+      host.record("Projects.plist", own + flags);
+      expectRun(host, {"unshare", "Projects/"}, {0, lines, ""}, kRestart);
+      const bool kept = lines.ends_with(keeps);
+      EXPECT_EQ(host.recordNames().size(), kept ? 1U : 0U);
+      if (!kept) continue;
       const std::string left = host.entries("Projects.plist");
       EXPECT_NE(left.find(attribute(kWebDAVShared, {"0"})), std::string::npos) << left;
-      EXPECT_EQ(left.find(attribute(kWebDAVName, {"Projects"})) != std::string::npos, !own.empty());
       EXPECT_EQ(left.find(attribute(kPath, {"/srv/Projects"})) != std::string::npos, !own.empty());
     }
   }
