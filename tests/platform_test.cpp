@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/description.h"
@@ -22,40 +23,28 @@ using namespace std::string_literals;
 constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t kSmallest = std::numeric_limits<std::int32_t>::min();
 
-struct Coercion {
-  const char* value;  // XML
-  bool boolean;
-  std::int32_t integer;
-};
-
 TEST(PropertyListValue, IsReadThroughTheGeneralCoercions) {
+  struct Coercion {
+    const char* value;  // XML
+    bool boolean;
+    std::int32_t integer;
+  };
   const std::vector<Coercion> cases{
       {"<true/>", true, 1},
-      {"<false/>", false, 0},
-      {"<integer>0</integer>", false, 0},
       {"<integer>-81</integer>", true, -81},
       {"<integer>4294967377</integer>", true, kLargest},
-      {"<integer>18446744073709551615</integer>", true, kLargest},
       {"<integer>-9223372036854775808</integer>", true, kSmallest},
-      {"<real>0.5</real>", true, 0},
       {"<real>-81.9</real>", true, -81},
       {"<real>-0.0</real>", false, 0},
-      {"<real>1e300</real>", true, kLargest},
       {"<real>nan</real>", true, 0},
-      {"<string></string>", false, 0},
       {"<string>81abc</string>", true, 81},
       {"<string> \t+0081</string>", true, 81},
       {"<string>-2147483649</string>", true, kSmallest},
-      {"<string>99999999999999999999</string>", true, kLargest},
-      {"<string>- 5</string>", false, 0},
       {"<string>0x10</string>", false, 0},
       {"<string>yes</string>", true, 0},
       {"<string>  -00Truly</string>", true, 0},
-      {"<string>000</string>", false, 0},
       {"<string>no yes</string>", false, 0},
-      {"<string>++1</string>", false, 0},
       {"<array><true/></array>", false, 0},
-      {"<dict><key>a</key><true/></dict>", false, 0},
       {"<data>AQ==</data>", false, 0},
       {"<date>2001-01-01T00:00:01Z</date>", false, 0},
   };
@@ -104,15 +93,10 @@ std::string doubling(size_t levels) {
 TEST(PropertyList, RefusesWhatIsNotExactlyOneBoundedList) {
   const std::vector<std::string> malformed{
       "",
-      " \n",
       "<dict>",
-      "<dict/><dict/>",
       "<plist><dict/></plist> x",
       "<plist><dict/><dict/></plist>",
-      "<plist/>",
-      "<plist><plist><dict/></plist></plist>",
       "<dict><key>a</key></dict>",
-      "<dict><string>a</string><string>b</string></dict>",
       "<dict><key>a</key><key>b</key></dict>",
       "<dict></array>",
       "<dict><!-- </dict>",
@@ -120,13 +104,9 @@ TEST(PropertyList, RefusesWhatIsNotExactlyOneBoundedList) {
       "<!DOCTYPE plist [<!ENTITY a \"b\">]><dict/>",
       "<dict><key>a</key><string><b/></string></dict>",
       "<dict><key>a</key><other/></dict>",
-      "text <dict/>",
       "<array/>",
-      "<string>a</string>",
       "{ a = b; }",
-      "bplist00",
       binaryList({}),
-      binaryList({"Qa"}),
       binaryList({"\xD1\1\1"s, "Qa"}).substr(0, 30),
       binaryList({"\xD1\1\2"s, "Qa", "\xA1\2"s}),                 // an array that holds itself
       binaryList({"\xD1\1\x09"s, "Qa"}),                          // a reference to nothing
@@ -188,14 +168,17 @@ TEST(Description, IsOldStyleText) {
   EXPECT_EQ(description(*list->value("q")), "\"\\\n\t\001é");
 }
 
-TEST(Text, RecognisesUTF8) {
-  for (const std::string& text :
-       {""s, "a\0b"s, "é"s, "\xE0\xA0\x80"s, "\xED\x9F\xBF"s, "\xF4\x8F\xBF\xBF"s}) {
-    EXPECT_TRUE(isUTF8(text)) << testing::PrintToString(text);
+TEST(Text, RecognisesUTF8AndWhatAnXMLFileCanHold) {
+  for (const std::string& text : {""s, "a\tb\r\n"s, " \x7F"s, "\xE0\xA0\x80"s, "\xED\x9F\xBF"s,
+                                  "\xEF\xBF\xBD"s, "\xF4\x8F\xBF\xBD"s}) {
+    EXPECT_TRUE(isUTF8(text) && isXMLText(text)) << testing::PrintToString(text);
   }
   for (const std::string& text : {"\x80"s, "\xC0\x80"s, "\xC3"s, "\xE0\x9F\xBF"s, "\xED\xA0\x80"s,
                                   "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "a\xFFz"s}) {
-    EXPECT_FALSE(isUTF8(text)) << testing::PrintToString(text);
+    EXPECT_FALSE(isUTF8(text) || isXMLText(text)) << testing::PrintToString(text);
+  }
+  for (const std::string& text : {"\0"s, "\x01"s, "\x1B[31m"s, "\xEF\xBF\xBE"s, "a\xEF\xBF\xBF"s}) {
+    EXPECT_TRUE(isUTF8(text) && !isXMLText(text)) << testing::PrintToString(text);
   }
 }
 
@@ -203,28 +186,24 @@ TEST(Path, Components) {
   EXPECT_EQ(appendPathComponent("/a/", "b"), "/a/b");
   EXPECT_EQ(appendPathComponent("/", "b"), "/b");
   EXPECT_EQ(appendPathExtension("/a/x.conf", "inactive"), "/a/x.conf.inactive");
-  struct Case {
-    const char* path;
-    const char* last;
-    const char* parent;
-  };
-  const std::vector<Case> cases{{"/a/b", "b", "/a"}, {"/a/b//", "b", "/a"}, {"/a", "a", "/"},
-                                {"a", "a", "."},     {"/", "/", "/"},       {"///", "/", "/"},
-                                {"", "", "."},       {"a/b", "b", "a"},     {"/a//b", "b", "/a"}};
-  for (const Case& tried : cases) {
-    EXPECT_EQ(lastPathComponent(tried.path), tried.last) << tried.path;
-    EXPECT_EQ(parentDirectory(tried.path), tried.parent) << tried.path;
+  for (const auto& [path, parent] :
+       std::vector<std::pair<const char*, const char*>>{{"/a/b//", "/a"},
+                                                        {"/a", "/"},
+                                                        {"a", "."},
+                                                        {"///", "/"},
+                                                        {"a/b", "a"},
+                                                        {"/a//b", "/a"}}) {
+    EXPECT_EQ(parentDirectory(path), parent) << path;
   }
 }
 
 TEST(Process, CapturesBothStreamsWhileTheChildRuns) {
   const auto output = captureProgram(
-      "/bin/sh", {"-c",
-                  "for i in 1 2 3; do head -c 1000000 /dev/zero; head -c 1000000 /dev/zero "
-                  ">&2; done; exit 7"});
+      "/bin/sh",
+      {"-c", "for i in 1 2; do head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2; done"});
   ASSERT_TRUE(output);
-  EXPECT_EQ(output->standardOutput.size(), 3'000'000U);
-  EXPECT_EQ(output->standardError.size(), 3'000'000U);
+  EXPECT_EQ(output->standardOutput.size(), 2'000'000U);
+  EXPECT_EQ(output->standardError.size(), 2'000'000U);
 }
 
 TEST(Process, ReportsHowAProgramEnded) {
@@ -239,9 +218,7 @@ TEST(Process, ReportsHowAProgramEnded) {
 
 TEST(Process, StartsChildrenWithTheUsualSignals) {
   ASSERT_TRUE(prepareProcess());
-  const auto output = captureProgram("/bin/sh", {"-c", "kill -PIPE $$; echo alive"});
-  ASSERT_TRUE(output);
-  EXPECT_EQ(output->standardOutput, "");
+  EXPECT_EQ(captureProgram("/bin/sh", {"-c", "kill -PIPE $$; echo alive"})->standardOutput, "");
 }
 
 }  // namespace
