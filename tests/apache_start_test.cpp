@@ -54,43 +54,36 @@ TEST(ApacheStart, WhatBelongsToTheHostOrIsNoNameIsLeftOut) {
   }
 }
 
-struct Replacement {
-  const char* key;
-  const char* value;
-  const char* expected;
-  bool isRemarked;
-};
-
 TEST(ApacheStart, ValuesThatApacheCannotUseAreReplaced) {
-  const std::vector<Replacement> cases{
+  struct Case {
+    const char* key;
+    const char* value;
+    const char* expected;
+    bool isRemarked;
+  };
+  const std::vector<Case> cases{
       {"TESSEL_SERVER_ADDR", "", "*", false},
-      {"TESSEL_SERVER_ADDR", "192.0.2.1", "192.0.2.1", false},
       {"TESSEL_SERVER_ADDR", "::1", "[::1]", false},
       {"TESSEL_SERVER_ADDR", "192.0.2.1:80", "127.0.0.1", true},
-      {"TESSEL_SERVER_ADDR", "* https", "127.0.0.1", true},
       {"TESSEL_SERVER_ADDR", "example.org", "127.0.0.1", true},
       {"TESSEL_SERVER_PORT", "", "8443", false},
-      {"TESSEL_SERVER_PORT", "81", "81", false},
       {"TESSEL_SERVER_PORT", "65535", "65535", false},
       {"TESSEL_SERVER_PORT", "65536", "8443", true},
       {"TESSEL_SERVER_PORT", "0", "8443", true},
-      {"TESSEL_SERVER_PORT", "-1", "8443", true},
       {"TESSEL_SERVER_PORT", "81 https", "8443", true},
       {"TESSEL_SERVER_NAME", "dav.example.org", "dav.example.org", false},
       {"TESSEL_SERVER_NAME", "a\" \"b", "localhost", true},
       {"TESSEL_SERVER_NAME", "a:80", "localhost", true},
       {"TESSEL_CERT_ID", "My Server.0a", "My Server.0a", false},
       {"TESSEL_CERT_ID", "../x", "", true},
-      {"TESSEL_CERT_ID", "a\"b", "", true},
       {"TESSEL_ACCESS_GROUP", "a\" \"b", ":", true},
-      {"TESSEL_ACCESS_GROUP", "a\nb", ":", true},
       {"TESSEL_ACCESS_GROUP", "${HOME}", ":", true},
       {"TESSEL_ACCESS_GROUP", "a\\", ":", true},
   };
-  for (const Replacement& row : cases) {
-    const auto start = startWith(entry(row.key, row.value));
-    EXPECT_EQ(start.variables.at(row.key), row.expected) << row.key << " " << row.value;
-    EXPECT_EQ(start.remarks.size(), row.isRemarked ? 1U : 0U) << row.key << " " << row.value;
+  for (const auto& [key, value, expected, isRemarked] : cases) {
+    const auto start = startWith(entry(key, value));
+    EXPECT_EQ(start.variables.at(key), expected) << value;
+    EXPECT_EQ(start.remarks.size(), isRemarked ? 1U : 0U) << key << " " << value;
   }
 }
 
