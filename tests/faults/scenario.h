@@ -42,18 +42,14 @@ class FaultHost : public ShareHost {
   // functions of `prelude`. Returns the command's exit status and then the numbers that the script
   // printed.
   std::vector<int> runWith(const std::string& prefix, const std::string& script) const;
-  // The state that `keep FOLDER` kept. Fails the test for a secret that others can read.
+  // The state in such a folder. Fails the test for a secret that others can read.
   State state(const std::string& folder) const;
 
-  // Fails the test unless everything is as before or as after (or, of what is filled in place and
-  // of temporary files, empty or half there, but closed to others), and nothing is missing that is
-  // there both before and after. `also` is for items that may be anything.
-  void expectOldOrNew(const State& found, const std::string& also = "none") const;
-  // Fails the test unless the command has been done, be it by its second run.
-  void expectDone(const State& found) const;
-
-  // A script's functions: put the state before back, keep the present one in a folder.
-  static const std::string prelude;
+  // Fails the test unless each item is as in one of the two states, nothing is missing that both
+  // have in some form, and what is shown is as in one of them or as between them. `any` says which
+  // items may be anything.
+  void expectEither(const State& found, const State& one, const State& other,
+                    const std::string& any) const;
 
   const Scenario& scenario;
   std::vector<Call> calls;  // of a run that nothing disturbs
