@@ -38,9 +38,9 @@ class FaultHost : public ShareHost {
 
   explicit FaultHost(const Scenario& scenario);
 
-  // Runs the command, behind a prefix, on the state before, then a script that may use the
-  // functions of `prelude`. Returns the command's exit status and then the numbers that the script
-  // printed.
+  // Runs the command, behind a prefix, on the state before, then a script that may call
+  // `keep FOLDER`, which copies the state there. Returns the command's exit status and then the
+  // numbers that the script printed.
   std::vector<int> runWith(const std::string& prefix, const std::string& script) const;
   // The state in such a folder. Fails the test for a secret that others can read.
   State state(const std::string& folder) const;
