@@ -73,6 +73,11 @@ Result<Database> Database::open(const std::string& path) {
     return opened == nullptr ? Error{sqlite3_errstr(result)} : database.error();
   }
   (void)sqlite3_busy_handler(opened, waitForLock, nullptr);
+  // A file can be made so that reading it never ends, from its schema on. No statement on a
+  // keychain of less than 20,000 items needs so many steps.
+  constexpr int kMostSteps = 2'000'000;
+  sqlite3_progress_handler(
+      opened, kMostSteps, [](void* /*unused*/) { return 1; }, nullptr);
   // What is deleted is overwritten; a commit is on disk, folder entry included, when it returns;
   // and the file's schema can make no use of functions with side effects.
   if (!database.execute("PRAGMA secure_delete = ON; PRAGMA synchronous = EXTRA;"
