@@ -5,6 +5,7 @@
 #include <openssl/x509v3.h>
 
 #include "platform/openssl.h"
+#include "platform/trust_anchors.h"
 
 namespace tessel {
 
@@ -55,13 +56,12 @@ std::optional<Trust> Trust::create(const Certificate& certificate, const ServerP
   trust.anchors = {X509_STORE_new(), X509_STORE_free};
   trust.context = {X509_STORE_CTX_new(), X509_STORE_CTX_free};
   if (!trust.chain || !trust.anchors || !trust.context) return std::nullopt;
+  std::vector<const X509*> handles{trust.certificate.handle()};
   for (const Certificate& other : trust.others) {
     if (sk_X509_push(trust.chain.get(), other.handle()) == 0) return std::nullopt;
+    handles.push_back(other.handle());
   }
-  // A host may have only one of the two, or none.
-  (void)X509_STORE_load_file(trust.anchors.get(), X509_get_default_cert_file());
-  (void)X509_STORE_load_path(trust.anchors.get(), X509_get_default_cert_dir());
-  ERR_clear_error();
+  addTrustAnchors(trust.anchors.get(), handles);
   if (X509_STORE_set1_param(trust.anchors.get(), policy.parameters.get()) != 1 ||
       X509_STORE_CTX_init(trust.context.get(), trust.anchors.get(), trust.certificate.handle(),
                           trust.chain.get()) != 1) {

@@ -207,6 +207,14 @@ TEST(TLS, EvaluatesTrustLikeATLSClient) {
       {"intermediate missing", issue("ca", kName, "middle", good) + trustRoot(), false},
       {"intermediate in the keychain",
        issue("ca", kName, "middle", good) + trustRoot() + "cat middle.pem >> ca.pem\n", true},
+      {"intermediate among the authorities",
+       issue("ca", kName, "middle", good) + trustRoot() +
+           "cat middle.pem >> /usr/lib/ssl/cert.pem\n",
+       true},
+      {"authority that is not for servers",
+       issue("ca", kName, "root", good) +
+           "openssl x509 -in root.pem -addreject serverAuth -out /usr/lib/ssl/cert.pem\n",
+       false},
       {"authority in the keychain or the environment is no anchor",
        issue("ca", kName, "root", good) + "cat root.pem >> ca.pem\n", false},
       {"wild card", issue("ca", kName, "root", "DNS:*.example.org") + trustRoot(), true},

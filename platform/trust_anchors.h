@@ -1,0 +1,16 @@
+// The certificates of the authorities that the system trusts: the file and the folder that OpenSSL
+// was built for. A host may have only one of the two, or none.
+#pragma once
+
+#include <openssl/x509.h>
+
+#include <vector>
+
+namespace tessel {
+
+// Puts those authorities into the store that a chain of these certificates can meet. The file holds
+// many more, and decoding them all, with their public keys, takes longer than all else that a
+// command does. What cannot be read is no authority.
+void addTrustAnchors(X509_STORE* store, const std::vector<const X509*>& certificates);
+
+}  // namespace tessel
