@@ -59,15 +59,16 @@ std::vector<Call> parseTrace(std::string_view trace) {
 }
 
 std::string firstCallBeforeItsSync(const std::vector<Call>& calls) {
-  static const std::regex kTells("write|clone.*|v?fork|exit_group");
+  // The sanitizers write to pipes of their own.
+  static const std::regex kTells("(write\\([12],|clone|v?fork|exit_group).*");
   std::set<std::string> dirty;
   const auto folder = [](const std::string& path) {
     return std::filesystem::path(path).parent_path().string();
   };
   for (const Call& call : calls) {
-    const bool toldNow = call.path.empty() && std::regex_match(call.name, kTells);
+    const bool tells = std::regex_match(call.line, kTells);
     const bool renames = call.name.starts_with("rename");
-    const auto early = renames ? dirty.find(call.source) : toldNow ? dirty.begin() : dirty.end();
+    const auto early = renames ? dirty.find(call.source) : tells ? dirty.begin() : dirty.end();
     if (early != dirty.end()) return call.line + " before the sync of " + *early;
     if (call.failed || call.path.empty() || !(call.changes() || call.truncates())) continue;
     if (call.name == "fsync" || call.name == "fdatasync") {
