@@ -67,12 +67,8 @@ std::string serveTLS(const std::string& port, const std::string& answer = "") {
          " > " + log + " 2>&1 & until grep -qs ACCEPT " + log + "; do sleep 0.02; done;";
 }
 
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 void expectParts(const std::string& text, const std::vector<std::string>& parts) {
-  for (const std::string& part : parts) EXPECT_TRUE(contains(text, part)) << part << text;
+  for (const std::string& part : parts) EXPECT_PRED2(contains, text, part);
 }
 
 // Compares a report with one that is kept in a file, where what differs from host to host is taken

@@ -247,3 +247,7 @@ std::string dictionary(std::string_view entries) {
 std::string red(std::string_view message) {
   return "\033[31mError: " + std::string(message) + "\033[0m";
 }
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}

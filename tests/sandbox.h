@@ -83,6 +83,9 @@ std::string dictionary(std::string_view entries);
 // The line that reports an error, without its last newline.
 std::string red(std::string_view message);
 
+// For EXPECT_PRED2, which shows both when it fails.
+bool contains(const std::string& text, const std::string& part);
+
 // Skips the test that calls it where no mount is to be had.
 #define REQUIRE_NAMESPACES() \
   if (!Sandbox::hasNamespaces()) GTEST_SKIP() << "no namespaces here, so nothing can be mounted"

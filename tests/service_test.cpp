@@ -128,8 +128,7 @@ TEST(Start, KeepsWhatOthersPutIntoTheEnvironment) {
   ASSERT_TRUE(!mayChangeOwner || chown(host.outside(kEnvironment).c_str(), 123, 456) == 0);
   expectSilentSuccess(host.tesselctl({"start"}));
 
-  EXPECT_NE(host.read(kEnvironment).find("<dict>\n" + others), std::string::npos)
-      << host.read(kEnvironment);
+  EXPECT_PRED2(contains, host.read(kEnvironment), "<dict>\n" + others);
   EXPECT_EQ(host.mode(kEnvironment), 0640U);
   struct stat status {};
   ASSERT_EQ(stat(host.outside(kEnvironment).c_str(), &status), 0);
@@ -272,8 +271,8 @@ TEST(Stop, RemovesPerUserJobsFirstWhateverHappens) {
   const std::string calls = host.calls();
   EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), 3) << calls;
   for (const std::string& name : {job, odd, stuck}) {
-    EXPECT_NE(outcome.output.find("Unloaded and removed: " + name + "\n"), std::string::npos);
-    EXPECT_NE(calls.find("launchctl [unload] [-w] [" + folder + name + "]\n"), std::string::npos);
+    EXPECT_PRED2(contains, outcome.output, "Unloaded and removed: " + name + "\n");
+    EXPECT_PRED2(contains, calls, "launchctl [unload] [-w] [" + folder + name + "]\n");
   }
   EXPECT_EQ(host.names(folder),
             (std::vector<std::string>{"ORG.APACHE.HTTPD.TESSEL", "org.apache.httpd.plist", stuck}));
