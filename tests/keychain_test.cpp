@@ -1,4 +1,5 @@
 // tessel-keychain: identities in and out of the system keychain.
+#include <array>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,7 +32,7 @@ void expectFailure(const Outcome& outcome, const std::string& part) {
   EXPECT_EQ(outcome.status, 1) << outcome.output;
   EXPECT_EQ(outcome.output, "");
   EXPECT_TRUE(outcome.errors.starts_with("tessel-keychain: ")) << outcome.errors;
-  EXPECT_NE(outcome.errors.find(part), std::string::npos) << outcome.errors;
+  EXPECT_PRED2(contains, outcome.errors, part);
   EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
 }
 
@@ -111,12 +112,7 @@ TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
   )")
                 .status,
             0);
-  struct Case {
-    const char* certificate;
-    const char* key;
-    const char* message;
-  };
-  const std::vector<Case> cases{
+  const std::vector<std::array<std::string, 3>> cases{
       {"a.pem", "b.key", "does not belong"},       {"a.pem", "traditional.key", "is encrypted"},
       {"a.pem", "pkcs8.key", "is encrypted"},      {"a.pem", "der.key", "is encrypted"},
       {"a.pem", "public.key", "no private key"},   {"a.pem", "a.pem", "no private key"},
@@ -125,11 +121,9 @@ TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
       {"folder", "a.key", "not a regular file"},   {"missing", "a.key", "No such file"},
       {"a.pem", "missing", "No such file"},        {"nameless.pem", "a.key", "no common name"},
   };
-  for (const Case& tried : cases) {
-    SCOPED_TRACE(std::string(tried.certificate) + " " + tried.key);
-    expectFailure(host.keychain({"import", std::string("/pki/") + tried.certificate,
-                                 std::string("/pki/") + tried.key}),
-                  tried.message);
+  for (const auto& [certificate, key, message] : cases) {
+    SCOPED_TRACE(certificate + " " + key);
+    expectFailure(host.keychain({"import", "/pki/" + certificate, "/pki/" + key}), message);
   }
   EXPECT_EQ(host.keychain({"list"}).output, "The keychain is empty.\n");
 }

@@ -2,6 +2,7 @@
 // standardised one.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -12,12 +13,7 @@
 namespace {
 
 TEST(SharePath, NameAsTypedAndPathStandardized) {
-  struct Case {
-    const char* typed;
-    const char* name;
-    const char* path;
-  };
-  const std::vector<Case> cases{
+  const std::vector<std::array<std::string, 3>> cases{
       {"/srv/Projects/", "Projects", "/srv/Projects"},
       {"/srv/././/./Projects", "Projects", "/srv/Projects"},
       {"/srv/Projects/.", ".", "/srv/Projects"},

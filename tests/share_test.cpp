@@ -1,5 +1,6 @@
 // share and unshare: what is refused, what is printed, what the record says afterwards, and when
 // Apache is restarted.
+#include <array>
 #include <string>
 #include <utility>
 #include <vector>
@@ -134,13 +135,8 @@ TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
     host.makeFolder(folder);
   }
   host.makeLink("/srv/Latest", "/srv/Projects");
-  struct Case {
-    const char* typed;  // in /srv
-    const char* name;
-    const char* file;
-    const char* path;
-  };
-  const std::vector<Case> cases{
+  // As typed in /srv, and the name, file and path that come of it.
+  const std::vector<std::array<std::string, 4>> cases{
       {"Projects", "Projects", "Projects.plist", "Projects"},
       {"//srv/Latest/", "Latest", "Latest.plist", "/srv/Latest"},
       {"/", "/", "%2F.plist", "/"},
@@ -152,7 +148,7 @@ TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
   for (const auto& [typed, name, file, path] : cases) {
     host.remove(kRecordFolder);
     const Outcome outcome =
-        host.shell(std::string("cd /srv && HOME=/elsewhere exec tesselctl share '") + typed + "'");
+        host.shell("cd /srv && HOME=/elsewhere exec tesselctl share '" + typed + "'");
     EXPECT_EQ(outcome.output, created(name)) << typed;
     EXPECT_EQ(host.entries(file), sharedEntries(name, path)) << typed;
   }
@@ -271,7 +267,7 @@ TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
       EXPECT_EQ(host.recordNames().size(), kept ? 1U : 0U);
       if (!kept) continue;
       const std::string left = host.entries("Projects.plist");
-      EXPECT_NE(left.find(attribute(kWebDAVShared, {"0"})), std::string::npos) << left;
+      EXPECT_PRED2(contains, left, attribute(kWebDAVShared, {"0"}));
       EXPECT_EQ(left.find(attribute(kPath, {"/srv/Projects"})) != std::string::npos, !own.empty());
     }
   }
