@@ -166,6 +166,7 @@ TEST(Host, TakesTheCountryFromTheLocale) {
                                                             {"", "pt_BR", "BR"},
                                                             {"C.UTF-8", "de_DE.UTF-8", {}},
                                                             {"es_419.UTF-8", "", {}},
+                                                            {"en_USA", "", {}},
                                                             {"de_", "", {}}}) {
     setenv("LC_ALL", all, 1);
     setenv("LANG", lang, 1);
