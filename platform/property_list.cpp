@@ -141,7 +141,9 @@ std::string PropertyListValue::scalarText() const {
       return isTrue(node) ? "1" : "0";
     case PLIST_REAL: {
       std::array<char, 32> digits{};
-      const double value = realOf(node) + 0.0;  // XML keeps no sign of a zero
+      // XML keeps no sign of a zero and of what is no number.
+      const double real = realOf(node);
+      const double value = real == 0 || std::isnan(real) ? std::abs(real) : real;
       const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value);
       return {digits.data(), end.ptr};
     }
