@@ -12,6 +12,7 @@ TesselCtl::TesselCtl() {
   inactiveTesselApacheConfigFilePath =
       appendPathExtension(activeTesselApacheConfigFilePath, "inactive");
   tesselConfigDirectory = "/etc/tessel";
+  tesselStateDirectory = "/var/lib/tessel";
   tesselApacheConfigFilePath =
       appendPathComponent(tesselConfigDirectory, tesselApacheConfigFileName);
   tesselConfigFilePath = appendPathComponent(tesselConfigDirectory, "tessel.plist");
@@ -45,11 +46,9 @@ void TesselCtl::loadEnvironment() {
 }
 
 // Held while Tessel is turned on or off, which is one change: the steps of two runs at once, mixed
-// up, leave two identities, or an Apache that is off with a marker that says otherwise. Where it
-// cannot be had, the run goes on, and says what is wrong where it matters.
-Result<FileDescriptor> TesselCtl::waitForTurn() const {
-  return lockFolder(parentDirectory(activeTesselApacheConfigFilePath));
-}
+// up, leave two identities, or an Apache that is off with a marker that says otherwise. Only root
+// can open the folder, and so make others wait. Where there is none, the run goes on.
+Result<FileDescriptor> TesselCtl::waitForTurn() const { return lockFolder(tesselStateDirectory); }
 
 // The newlines inside two of the messages, and the bare name in one, are part of the interface.
 bool TesselCtl::isInstalled() const {

@@ -160,6 +160,7 @@ class TesselCtl {
   std::string activeTesselProxyConfigFilePath;
   std::string inactiveTesselProxyConfigFilePath;
   std::string tesselConfigDirectory;
+  std::string tesselStateDirectory;
   std::string tesselApacheConfigFileName;
   std::string tesselApacheConfigFilePath;
   std::optional<std::string> executableName;  // reserved

@@ -2,12 +2,12 @@
 #include "platform/console.h"
 #include "platform/file_manager.h"
 #include "platform/folder_lock.h"
+#include "platform/path.h"
 
 namespace tessel {
 
 namespace {
 
-constexpr const char* kFolder = "/etc/tessel";
 constexpr const char* kPassPhraseToolPath = "/etc/tessel/getSSLPassPhrase.sh";
 constexpr mode_t kKeyMode = 0600;
 constexpr mode_t kPassPhraseToolMode = 0700;
@@ -32,9 +32,10 @@ std::optional<std::string> writePrivateFile(const std::string& path, mode_t mode
 Outcome writeFiles(const std::string& certID, const std::string& key,
                    const std::string& certificate, const Secret& passPhrase) {
   Outcome outcome;
-  // Two exports at once would leave the key of one beside the pass phrase of the other. Where there
-  // is nothing to lock, the first file that cannot be made is what there is to report.
-  const auto lock = lockFolder(kFolder);
+  // Two exports at once would leave the key of one beside the pass phrase of the other. Only root
+  // can open the folder, and so make an export wait; without the lock the files are written as
+  // well.
+  const auto lock = lockFolder(parentDirectory(kSystemKeychainPath));
   outcome.failure = writePrivateFile(exportedKeyPath(certID), kKeyMode, key,
                                      "Failed to create exported key file at ",
                                      "Failed to write exported key to ");

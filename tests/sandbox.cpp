@@ -95,8 +95,9 @@ Sandbox::Sandbox() {
   chmod(root.c_str(), 0755);
   fs::copy(TESSEL_SANDBOX_BASE, root,
            fs::copy_options::recursive | fs::copy_options::create_hard_links);
-  for (const char* folder : {"/dev", "/proc", "/tmp", "/run", "/var/log", "/etc/apache2/other",
-                             "/etc/tessel", "/Library/Keychains", "/Library/LaunchAgents"}) {
+  for (const char* folder :
+       {"/dev", "/proc", "/tmp", "/run", "/var/log", "/etc/apache2/other", "/etc/tessel",
+        "/var/lib/tessel", "/Library/Keychains", "/Library/LaunchAgents"}) {
     makeFolder(folder);
   }
   if (!hasNamespaces()) {

@@ -15,7 +15,7 @@ namespace tessel {
 
 namespace {
 
-constexpr const char* kFolder = "/etc/tessel";
+constexpr const char* kFolder = "/Library/Keychains";
 
 apr_status_t unlock(void* descriptor) {
   delete static_cast<FileDescriptor*>(descriptor);

@@ -1,6 +1,6 @@
 // Keeps the TLS identity as it is while Apache reads its configuration: tesselctl writes the key
-// and the script that tells its pass phrase one after the other, under the lock of their folder,
-// and Apache would end at a pair that does not match, however well it ran before.
+// and the script that tells its pass phrase one after the other, under the lock of the keychains'
+// folder, and Apache would end at a pair that does not match, however well it ran before.
 #pragma once
 
 #include <apr_pools.h>
