@@ -18,6 +18,17 @@ bool Call::changes() const {
   return !std::regex_match(name, kReads) && (name != "write" || !path.empty());
 }
 
+namespace {
+
+// What was done to a file that is then renamed was meant for its new name.
+void retarget(std::vector<Call>& calls, const Call& renaming) {
+  for (Call& earlier : calls) {
+    if (earlier.target == renaming.source) earlier.target = renaming.path;
+  }
+}
+
+}  // namespace
+
 std::vector<Call> parseTrace(std::string_view trace) {
   static const std::regex kCall(R"re((\w+)\((.*)\) += (-?\d+|\?).*)re");
   static const std::regex kQuoted(R"re("((?:[^"\\]|\\.)*)")re");
@@ -48,11 +59,7 @@ std::vector<Call> parseTrace(std::string_view trace) {
       if (call.name.starts_with("open") && !call.failed) openings[result] = calls.size();
     }
     call.target = call.path;
-    if (call.name.starts_with("rename")) {
-      for (Call& earlier : calls) {
-        if (earlier.target == call.source) earlier.target = call.path;
-      }
-    }
+    if (call.name.starts_with("rename")) retarget(calls, call);
     calls.push_back(call);
   }
   return calls;
