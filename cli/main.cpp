@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/host.h"
-#include "platform/path.h"
-#include "platform/process.h"
+#include "platform/files/path.h"
+#include "platform/process/console.h"
+#include "platform/process/process.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include <sstream>
 
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/description.h"
-#include "platform/http.h"
-#include "platform/process.h"
+#include "platform/network/http.h"
+#include "platform/process/console.h"
+#include "platform/process/program.h"
+#include "platform/property_list/description.h"
 
 namespace tessel {
 

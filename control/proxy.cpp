@@ -1,5 +1,5 @@
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

@@ -1,9 +1,9 @@
 #include "control/tessel_ctl.h"
 #include "control/user_job.h"
-#include "platform/console.h"
-#include "platform/description.h"
-#include "platform/process.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
+#include "platform/process/console.h"
+#include "platform/process/process.h"
+#include "platform/property_list/description.h"
 
 namespace tessel {
 

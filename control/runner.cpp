@@ -1,7 +1,7 @@
 #include "control/tessel_ctl.h"
-#include "platform/path.h"
-#include "platform/process.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
+#include "platform/files/path.h"
+#include "platform/process/program.h"
 
 namespace tessel {
 

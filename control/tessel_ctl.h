@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "identity/identity_manager.h"
-#include "platform/file_descriptor.h"
-#include "platform/file_manager.h"
-#include "platform/property_list.h"
+#include "platform/files/file_descriptor.h"
+#include "platform/files/file_manager.h"
+#include "platform/property_list/property_list.h"
 #include "shares/share_point.h"
 
 namespace tessel {

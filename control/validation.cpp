@@ -1,9 +1,9 @@
 #include <algorithm>
 
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/description.h"
-#include "platform/host_addresses.h"
+#include "platform/network/host_names.h"
+#include "platform/process/console.h"
+#include "platform/property_list/description.h"
 
 namespace tessel {
 

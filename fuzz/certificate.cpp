@@ -1,8 +1,8 @@
 // Files of certificates, PEM or DER.
-#include "platform/certificate.h"
+#include "platform/keychain/certificate.h"
 
 #include "fuzz/fuzz.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

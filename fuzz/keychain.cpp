@@ -1,5 +1,5 @@
 // A keychain file that somebody else may have made: its bytes, or SQL that is run on a good one.
-#include "platform/keychain.h"
+#include "platform/keychain/keychain.h"
 
 #include <sqlite3.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <algorithm>
 
 #include "fuzz/fuzz.h"
-#include "platform/file_manager.h"
+#include "platform/files/file_manager.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

@@ -1,9 +1,9 @@
 // Paths and texts: path 0xFF text.
-#include "platform/path.h"
+#include "platform/files/path.h"
 
 #include "fuzz/fuzz.h"
-#include "platform/standardized_path.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
+#include "platform/files/standardized_path.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
-#include "platform/file_descriptor.h"
+#include "platform/files/file_descriptor.h"
 
 namespace tessel::fuzz {
 

@@ -1,5 +1,5 @@
 // Files of private keys, PEM or DER.
-#include "platform/certificate.h"
+#include "platform/keychain/certificate.h"
 
 #include "fuzz/fuzz.h"
 

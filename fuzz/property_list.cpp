@@ -1,8 +1,8 @@
 // Property lists: every way of reading a value, and the way out to XML and back.
-#include "platform/property_list.h"
+#include "platform/property_list/property_list.h"
 
 #include "fuzz/fuzz.h"
-#include "platform/description.h"
+#include "platform/property_list/description.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

@@ -7,7 +7,7 @@
 
 #include "fuzz/fuzz.h"
 #include "host/debian/mod_tessel/property_request.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include "fuzz/fuzz.h"
-#include "platform/directory.h"
-#include "platform/file_manager.h"
-#include "platform/record_name.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
+#include "platform/directory/directory.h"
+#include "platform/directory/record_name.h"
+#include "platform/files/file_manager.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

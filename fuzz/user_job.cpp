@@ -2,7 +2,7 @@
 #include "control/user_job.h"
 
 #include "fuzz/fuzz.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;

@@ -9,8 +9,8 @@
 #include "host/debian/mod_tessel/resource_walk.h"
 #include "host/debian/mod_tessel/share_folders.h"
 #include "host/debian/mod_tessel/share_url.h"
-#include "platform/path.h"
-#include "platform/record_name.h"
+#include "platform/directory/record_name.h"
+#include "platform/files/path.h"
 
 // What resource_walk needs of Apache.
 extern "C" {

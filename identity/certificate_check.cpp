@@ -1,6 +1,6 @@
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/description.h"
+#include "platform/process/console.h"
+#include "platform/property_list/description.h"
 
 namespace tessel {
 

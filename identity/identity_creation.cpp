@@ -1,7 +1,7 @@
 #include "identity/identity_manager.h"
-#include "platform/console.h"
-#include "platform/crypto.h"
-#include "platform/host.h"
+#include "platform/keychain/random.h"
+#include "platform/process/console.h"
+#include "platform/process/process.h"
 
 namespace tessel {
 

@@ -1,8 +1,9 @@
 #include "identity/identity_manager.h"
-#include "platform/console.h"
-#include "platform/file_manager.h"
-#include "platform/folder_lock.h"
-#include "platform/path.h"
+#include "platform/files/file_manager.h"
+#include "platform/files/folder_lock.h"
+#include "platform/files/path.h"
+#include "platform/keychain/random.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

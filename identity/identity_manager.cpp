@@ -1,9 +1,10 @@
 #include "identity/identity_manager.h"
 
-#include "platform/console.h"
-#include "platform/host.h"
-#include "platform/text.h"
-#include "platform/trust.h"
+#include "platform/base/text.h"
+#include "platform/keychain/digest.h"
+#include "platform/keychain/trust.h"
+#include "platform/network/host_names.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/keychain.h"
+#include "platform/keychain/keychain.h"
 
 namespace tessel {
 

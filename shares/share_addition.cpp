@@ -1,9 +1,9 @@
 #include <algorithm>
 
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/path.h"
-#include "platform/standardized_path.h"
+#include "platform/files/path.h"
+#include "platform/files/standardized_path.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

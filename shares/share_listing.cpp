@@ -1,6 +1,6 @@
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

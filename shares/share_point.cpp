@@ -1,6 +1,6 @@
 #include "shares/share_point.h"
 
-#include "platform/console.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

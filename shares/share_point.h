@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/directory.h"
+#include "platform/directory/directory.h"
 
 namespace tessel {
 

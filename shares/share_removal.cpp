@@ -1,6 +1,6 @@
 #include "control/tessel_ctl.h"
-#include "platform/console.h"
-#include "platform/path.h"
+#include "platform/files/path.h"
+#include "platform/process/console.h"
 
 namespace tessel {
 

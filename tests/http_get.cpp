@@ -1,10 +1,10 @@
 // Does one GET with the utility's own client and prints the status or the error.
 // Usage: http_get URL HOST-WHOSE-CERTIFICATE-NEED-NOT-BE-VALID
-#include "platform/http.h"
+#include "platform/network/http.h"
 
 #include <iostream>
 
-#include "platform/process.h"
+#include "platform/process/process.h"
 
 int main(int argc, char** argv) {
   if (argc != 3 || !tessel::prepareProcess()) return 2;

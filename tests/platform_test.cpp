@@ -10,13 +10,13 @@
 #include <utility>
 #include <vector>
 
-#include "platform/description.h"
-#include "platform/host.h"
-#include "platform/path.h"
-#include "platform/plist_bounds.h"
-#include "platform/process.h"
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "platform/base/text.h"
+#include "platform/files/path.h"
+#include "platform/process/process.h"
+#include "platform/process/program.h"
+#include "platform/property_list/bounds.h"
+#include "platform/property_list/description.h"
+#include "platform/property_list/property_list.h"
 
 namespace tessel {
 namespace {

@@ -1,5 +1,5 @@
 // Names of record files: nothing leaves the folder, hides in it or meets another name.
-#include "platform/record_name.h"
+#include "platform/directory/record_name.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/host.h"
-#include "platform/path.h"
-#include "platform/standardized_path.h"
+#include "platform/files/home_directory.h"
+#include "platform/files/path.h"
+#include "platform/files/standardized_path.h"
 
 namespace {
 

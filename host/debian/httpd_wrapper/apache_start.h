@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/property_list.h"
+#include "platform/property_list/property_list.h"
 
 namespace tessel {
 

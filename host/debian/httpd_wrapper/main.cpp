@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "host/debian/httpd_wrapper/apache_start.h"
-#include "platform/console.h"
-#include "platform/file_manager.h"
-#include "platform/host.h"
-#include "platform/path.h"
+#include "platform/files/file_manager.h"
+#include "platform/files/path.h"
+#include "platform/process/console.h"
+#include "platform/process/process.h"
 
 namespace {
 

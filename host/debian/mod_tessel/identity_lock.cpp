@@ -9,7 +9,7 @@
 
 #include <new>
 
-#include "platform/file_descriptor.h"
+#include "platform/files/file_descriptor.h"
 
 namespace tessel {
 

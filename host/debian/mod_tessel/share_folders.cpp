@@ -3,7 +3,7 @@
 #include <chrono>
 #include <mutex>
 
-#include "platform/text.h"
+#include "platform/base/text.h"
 #include "shares/share_point.h"
 
 namespace tessel {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/directory.h"
+#include "platform/directory/directory.h"
 
 namespace tessel {
 

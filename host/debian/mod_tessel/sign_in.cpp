@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/file_descriptor.h"
+#include "platform/files/file_descriptor.h"
 
 APLOG_USE_MODULE(tessel);
 

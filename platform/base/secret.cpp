@@ -1,0 +1,16 @@
+#include "platform/base/secret.h"
+
+#include <cstring>
+
+namespace tessel {
+
+Secret::Secret(std::initializer_list<std::string_view> parts) {
+  size_t size = 0;
+  for (const std::string_view part : parts) size += part.size();
+  bytes.reserve(size);  // growing would leave copies behind
+  for (const std::string_view part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
+}
+
+Secret::~Secret() { ::explicit_bzero(bytes.data(), bytes.size()); }
+
+}  // namespace tessel

@@ -1,0 +1,107 @@
+#include "platform/base/text.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace tessel {
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\n\v\f\r";
+
+// The length of the well-formed UTF-8 sequence at the start of the bytes, 0 when there is none
+// (RFC 3629, section 4).
+size_t sequenceLength(std::string_view bytes) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const auto continues = [&](size_t i, unsigned low = 0x80, unsigned high = 0xBF) {
+    return i < bytes.size() && byte(i) >= low && byte(i) <= high;
+  };
+  const unsigned first = byte(0);
+  if (first < 0x80) return 1;
+  if (first >= 0xC2 && first <= 0xDF) return continues(1) ? 2 : 0;
+  if (first >= 0xE0 && first <= 0xEF) {
+    const unsigned low = first == 0xE0 ? 0xA0 : 0x80;
+    const unsigned high = first == 0xED ? 0x9F : 0xBF;
+    return continues(1, low, high) && continues(2) ? 3 : 0;
+  }
+  if (first >= 0xF0 && first <= 0xF4) {
+    const unsigned low = first == 0xF0 ? 0x90 : 0x80;
+    const unsigned high = first == 0xF4 ? 0x8F : 0xBF;
+    return continues(1, low, high) && continues(2) && continues(3) ? 4 : 0;
+  }
+  return 0;
+}
+
+void skipBlanks(std::string_view& text) {
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+}
+
+// Skips an optional sign and returns whether it was a minus.
+bool skipSign(std::string_view& text) {
+  if (text.empty() || (text.front() != '-' && text.front() != '+')) return false;
+  const bool minus = text.front() == '-';
+  text.remove_prefix(1);
+  return minus;
+}
+
+}  // namespace
+
+bool isUTF8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const size_t length = sequenceLength(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
+
+bool isXMLText(std::string_view bytes) {
+  const auto isRefused = [](char c) {
+    return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
+  };
+  return isUTF8(bytes) && std::none_of(bytes.begin(), bytes.end(), isRefused) &&
+         bytes.find("\xEF\xBF\xBE") == std::string_view::npos &&
+         bytes.find("\xEF\xBF\xBF") == std::string_view::npos;
+}
+
+std::string trimmed(std::string_view text) {
+  skipBlanks(text);
+  return std::string(text.substr(0, text.find_last_not_of(kBlanks) + 1));
+}
+
+std::string hexadecimal(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const unsigned byte = static_cast<unsigned char>(c);
+    text += {kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+  }
+  return text;
+}
+
+std::string padded(std::string text, size_t width) {
+  if (text.size() < width) text.resize(width, ' ');
+  return text;
+}
+
+std::int32_t leadingInteger(std::string_view text) {
+  skipBlanks(text);
+  const bool negative = skipSign(text);
+  constexpr std::int64_t kLargest = std::numeric_limits<std::int32_t>::max();
+  std::int64_t value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') break;
+    value = std::min(10 * value + (c - '0'), kLargest + 1);
+  }
+  return static_cast<std::int32_t>(negative ? -value : std::min(value, kLargest));
+}
+
+bool saysYes(std::string_view text) {
+  skipBlanks(text);
+  (void)skipSign(text);
+  text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+  return !text.empty() &&
+         std::string_view("YyTt123456789").find(text.front()) != std::string_view::npos;
+}
+
+}  // namespace tessel

@@ -1,0 +1,99 @@
+// The system keychain: TLS certificates and private keys in one file that only its owner can read.
+// docs/keychain.md describes the file. Nothing here ever asks a person anything.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/base/result.h"
+#include "platform/keychain/certificate.h"
+#include "platform/keychain/database.h"
+
+namespace tessel {
+
+inline constexpr const char* kSystemKeychainPath = "/Library/Keychains/System.keychain";
+
+// Who may use a private key without being asked.
+struct AccessObject {
+  std::string description;
+  std::vector<std::string> trustedPrograms;  // absolute paths
+};
+
+// The entry of a program in an access object. Fails when there is no such file.
+Result<std::string> trustedProgram(const std::string& path);
+// The same for the program that is running.
+Result<std::string> callingTrustedProgram();
+
+// A certificate and the private key to its public key.
+struct Identity {
+  Certificate certificate;
+  PrivateKey privateKey;
+};
+
+struct KeychainItem {
+  enum class Kind { Identity, Certificate, PrivateKey, PublicKey };
+
+  std::int64_t id = 0;  // never given to another item
+  Kind kind = Kind::Certificate;
+  std::string label;
+  std::optional<Certificate> certificate;  // of identities and certificates that can be decoded
+};
+
+enum class ImportOutcome { Imported, AlreadyThere };
+
+class Keychain {
+ public:
+  // Opens the keychain at the path. A file that does not exist is an empty keychain, made with its
+  // first item. Fails with a text when the folder is missing or when what stands there cannot be
+  // read or is no keychain.
+  static Result<Keychain> open(const std::string& path);
+
+  // The identities whose certificate has exactly this label, in the order in which the certificates
+  // were added. One whose certificate or key cannot be decoded is left out.
+  Result<std::vector<Identity>> identities(const std::string& label) const;
+
+  // Every certificate that can be decoded, in the order in which they were added.
+  Result<std::vector<Certificate>> certificates() const;
+
+  // The identity of a certificate, found by its public key among the private keys.
+  Result<Identity> identityWithCertificate(const Certificate& certificate) const;
+
+  // Adds a private key with its access object and its public key as two items.
+  MaybeError addKeyPair(const PrivateKey& key, const std::string& label,
+                        const AccessObject& access);
+  MaybeError addCertificate(const Certificate& certificate, const std::string& label);
+  // Removes the public-key item of this key pair, if there is one.
+  MaybeError deletePublicKey(const PrivateKey& key);
+
+  // What the keychain holds in the order in which it was added; the private key of an identity is
+  // part of it and not listed by itself.
+  Result<std::vector<KeychainItem>> items() const;
+
+  // Adds a certificate and its private key, and the other certificates of its chain that are not
+  // there yet, all or nothing. Fails when the key is not the certificate's, or when the certificate
+  // is there under another label.
+  Result<ImportOutcome> importIdentity(const std::vector<Certificate>& chain, const PrivateKey& key,
+                                       const std::string& label, const AccessObject& access);
+
+  // Removes an item by its id; with the last certificate of a private key goes the key.
+  MaybeError deleteItem(std::int64_t id);
+
+ private:
+  explicit Keychain(std::string path) : path(std::move(path)) {}
+
+  // Whether the file is empty: it has no schema, as a run leaves it that was killed before its
+  // first change.
+  Result<bool> openExisting();
+  MaybeError prepareForWriting();
+  // Runs `function(const Database&)`, which returns a MaybeError, in one transaction that is undone
+  // when it fails.
+  template <typename Function>
+  MaybeError change(Function function);
+
+  std::string path;
+  std::optional<Database> database;  // none while there is nothing in the file
+};
+
+}  // namespace tessel

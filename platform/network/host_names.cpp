@@ -1,0 +1,147 @@
+#include "platform/network/host_names.h"
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <optional>
+
+#include "platform/base/text.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr size_t kHostNameLimit = 255;
+constexpr size_t kLargestHostEntry = 1024UL * 1024;
+
+struct Address {
+  int family = AF_UNSPEC;
+  std::string bytes;  // in network order
+
+  bool operator==(const Address&) const = default;
+};
+
+template <typename T>
+void addOnce(std::vector<T>& list, const T& element) {
+  if (std::find(list.begin(), list.end(), element) == list.end()) list.push_back(element);
+}
+
+template <typename Raw>
+Address makeAddress(int family, const Raw& raw) {
+  return {family, std::string(reinterpret_cast<const char*>(&raw), sizeof(raw))};
+}
+
+std::vector<Address> interfaceAddresses() {
+  ifaddrs* first = nullptr;
+  if (::getifaddrs(&first) != 0) return {};
+  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owned(first, ::freeifaddrs);
+  std::vector<Address> addresses;
+  for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
+    const sockaddr* socket = entry->ifa_addr;
+    if (socket == nullptr) continue;
+    if (socket->sa_family == AF_INET) {
+      const auto* internet = reinterpret_cast<const sockaddr_in*>(socket);
+      addOnce(addresses, makeAddress(AF_INET, internet->sin_addr));
+    } else if (socket->sa_family == AF_INET6) {
+      const auto* internet = reinterpret_cast<const sockaddr_in6*>(socket);
+      addOnce(addresses, makeAddress(AF_INET6, internet->sin6_addr));
+    }
+  }
+  return addresses;
+}
+
+// What the name service says of one host.
+struct HostEntry {
+  std::vector<std::string> names;
+  std::vector<Address> addresses;
+};
+
+// The entry that `lookUp`, one of the reentrant look-ups of netdb(3), finds. Only those give the
+// aliases as well.
+template <typename LookUp>
+std::optional<HostEntry> findEntry(LookUp lookUp) {
+  std::vector<char> buffer(1024);
+  hostent raw{};
+  hostent* found = nullptr;
+  int reason = 0;
+  while (lookUp(&raw, buffer.data(), buffer.size(), &found, &reason) == ERANGE) {
+    if (buffer.size() >= kLargestHostEntry) return std::nullopt;
+    buffer.resize(2 * buffer.size());
+  }
+  if (found == nullptr) return std::nullopt;
+  HostEntry entry{{found->h_name}, {}};
+  for (char** alias = found->h_aliases; *alias != nullptr; ++alias) {
+    entry.names.emplace_back(*alias);
+  }
+  const auto length = static_cast<size_t>(found->h_length);
+  for (char** bytes = found->h_addr_list; *bytes != nullptr; ++bytes) {
+    entry.addresses.push_back({found->h_addrtype, std::string(*bytes, length)});
+  }
+  return entry;
+}
+
+void addNames(std::vector<std::string>& names, const std::optional<HostEntry>& entry) {
+  if (!entry) return;
+  for (const std::string& name : entry->names) addOnce(names, name);
+}
+
+}  // namespace
+
+std::optional<std::string> hostName() {
+  // The byte beyond the limit ends a name that fills the buffer.
+  std::array<char, kHostNameLimit + 1> buffer{};
+  if (::gethostname(buffer.data(), kHostNameLimit) != 0) return std::nullopt;
+  std::string name(buffer.data());
+  if (!isUTF8(name)) return std::nullopt;
+  return name;
+}
+
+std::vector<std::string> hostNames() {
+  std::vector<std::string> names;
+  if (const auto name = hostName()) {
+    names.push_back(*name);
+    for (const int family : {AF_INET, AF_INET6}) {
+      addNames(names, findEntry([&](auto... to) {
+                 return ::gethostbyname2_r(name->c_str(), family, to...);
+               }));
+    }
+  }
+  const std::vector<Address> addresses = interfaceAddresses();
+  for (const Address& address : addresses) {
+    addNames(names, findEntry([&](auto... to) {
+               const auto length = static_cast<socklen_t>(address.bytes.size());
+               return ::gethostbyaddr_r(address.bytes.data(), length, address.family, to...);
+             }));
+  }
+  // A look-up by address ends at the first line of hosts(5) that has it.
+  ::sethostent(0);
+  while (const auto entry = findEntry([](auto... to) { return ::gethostent_r(to...); })) {
+    const bool isThisHost =
+        std::any_of(entry->addresses.begin(), entry->addresses.end(), [&](const Address& address) {
+          return std::find(addresses.begin(), addresses.end(), address) != addresses.end();
+        });
+    if (isThisHost) addNames(names, entry);
+  }
+  ::endhostent();
+  return names;
+}
+
+std::vector<std::string> hostAddresses() {
+  std::vector<std::string> texts;
+  for (const Address& address : interfaceAddresses()) {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (::inet_ntop(address.family, address.bytes.data(), text.data(), text.size()) != nullptr) {
+      texts.emplace_back(text.data());
+    }
+  }
+  return texts;
+}
+
+}  // namespace tessel

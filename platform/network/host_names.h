@@ -1,0 +1,24 @@
+// The names and addresses under which this machine can be reached, for comparing what an
+// administrator configured with what there is.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tessel {
+
+// The host's name as gethostname(2) gives it into a buffer of 255 bytes. None when the call fails
+// or the name is not UTF-8.
+std::optional<std::string> hostName();
+
+// The host's name, then every name (canonical or alias) that the name service gives for it, for
+// each of hostAddresses(), and in its list of hosts next to one of these; each once and in this
+// order. What cannot be looked up adds no name.
+std::vector<std::string> hostNames();
+
+// The IPv4 and IPv6 addresses of all network interfaces, loopback included, each once and in the
+// system's order, as inet_ntop(3) writes them (no zone). Empty when the system does not tell.
+std::vector<std::string> hostAddresses();
+
+}  // namespace tessel

@@ -1,0 +1,165 @@
+// tessel-keychain: how an administrator looks into the system keychain, brings an identity in and
+// takes one out. Exit status: 0 done, 1 failed with one line on standard error, 2 wrong usage.
+
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/base/text.h"
+#include "platform/files/file_manager.h"
+#include "platform/keychain/certificate.h"
+#include "platform/keychain/digest.h"
+#include "platform/keychain/keychain.h"
+#include "platform/process/console.h"
+#include "platform/process/process.h"
+
+namespace {
+
+using namespace tessel;  // NOLINT(google-build-using-namespace): this file is the program
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+constexpr size_t kLargestInput = 1UL << 20U;  // bytes of a certificate or key file
+constexpr const char* kUsage =
+    "Usage: tessel-keychain list\n"
+    "       tessel-keychain import CERT KEY [--label LABEL]\n"
+    "       tessel-keychain delete ID";
+
+int fail(const std::string& message) {
+  printErrorLine("tessel-keychain: " + message);
+  return kFailed;
+}
+
+const char* nameOf(KeychainItem::Kind kind) {
+  switch (kind) {
+    case KeychainItem::Kind::Identity:
+      return "identity";
+    case KeychainItem::Kind::Certificate:
+      return "certificate";
+    case KeychainItem::Kind::PrivateKey:
+      return "private key";
+    case KeychainItem::Kind::PublicKey:
+      return "public key";
+  }
+  return "";
+}
+
+// A label as one field of one line: control bytes and the backslash as \xHH.
+std::string shown(const std::string& label) {
+  std::string text;
+  for (const char c : label) {
+    const unsigned byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7F && c != '\\') {
+      text += c;
+      continue;
+    }
+    std::array<char, sizeof "\\xHH"> escape{};
+    (void)std::snprintf(escape.data(), escape.size(), "\\x%02X", byte);
+    text += escape.data();
+  }
+  return text;
+}
+
+// The beginning of the certificate's SHA-256, as in the names of the exported files.
+std::string fingerprint(const Certificate& certificate) {
+  constexpr size_t kShownBytes = 8;
+  const auto digest = sha256(certificate.der());
+  if (!digest) return "-";
+  return hexadecimal({reinterpret_cast<const char*>(digest->data()), kShownBytes});
+}
+
+int list(const Keychain& keychain) {
+  const auto items = keychain.items();
+  if (!items) return fail(items.error().description);
+  if (items->empty()) {
+    printLine("The keychain is empty.");
+    return kDone;
+  }
+  const auto row = [](const std::string& id, const std::string& kind, const std::string& expiry,
+                      const std::string& digest, const std::string& label) {
+    printLine(padded(id, 6) + padded(kind, 13) + padded(expiry, 12) + padded(digest, 18) + label);
+  };
+  row("ID", "KIND", "EXPIRES", "SHA-256", "LABEL");
+  for (const KeychainItem& item : *items) {
+    row(std::to_string(item.id), nameOf(item.kind),
+        item.certificate ? item.certificate->expiryDay() : "-",
+        item.certificate ? fingerprint(*item.certificate) : "-", shown(item.label));
+  }
+  return kDone;
+}
+
+int import(Keychain& keychain, const std::string& certificatePath, const std::string& keyPath,
+           const std::optional<std::string>& givenLabel) {
+  const FileManager files;
+  const auto certificateBytes = files.readFile(certificatePath, kLargestInput);
+  if (!certificateBytes) return fail(certificateBytes.error().description);
+  const auto chain = Certificate::allFromFile(*certificateBytes);
+  if (!chain) return fail(certificatePath + " " + chain.error().description);
+
+  const auto keyBytes = files.readSecretFile(keyPath, kLargestInput);
+  if (!keyBytes) return fail(keyBytes.error().description);
+  const auto key = PrivateKey::fromFile(keyBytes->view());
+  if (!key) return fail(keyPath + " " + key.error().description);
+
+  const auto label = givenLabel ? givenLabel : chain->front().commonName();
+  if (!label) return fail(certificatePath + " has no common name; give a label with --label");
+  const auto self = callingTrustedProgram();
+  if (!self) return fail(self.error().description);
+  const auto outcome =
+      keychain.importIdentity(*chain, *key, *label, {"Access to trusted apps", {*self}});
+  if (!outcome) return fail(outcome.error().description);
+  printLine((*outcome == ImportOutcome::Imported ? "Imported identity "
+                                                 : "Nothing to do; the keychain has identity ") +
+            shown(*label));
+  return kDone;
+}
+
+int deleteItem(Keychain& keychain, std::int64_t id) {
+  if (const auto failure = keychain.deleteItem(id)) return fail(failure->description);
+  printLine("Deleted item " + std::to_string(id));
+  return kDone;
+}
+
+std::optional<std::int64_t> parseID(const std::string& text) {
+  std::int64_t id = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
+  if (error != std::errc() || end != text.data() + text.size() || id < 1) return std::nullopt;
+  return id;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (!prepareProcess()) return kFailed;
+  std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+  if (words.size() == 1 && (words[0] == "-h" || words[0] == "--help")) {
+    printLine(kUsage);
+    return kDone;
+  }
+
+  std::optional<std::string> label;
+  if (words.size() == 5 && words[3] == "--label") {
+    label = words[4];
+    words.resize(3);
+  }
+  const std::string command = words.empty() ? "" : words[0];
+  const auto id = command == "delete" && words.size() == 2 ? parseID(words[1]) : std::nullopt;
+  const bool listing = command == "list" && words.size() == 1;
+  const bool importing = command == "import" && words.size() == 3;
+  if (!listing && !importing && (!id || label)) {
+    printErrorLine(kUsage);
+    return kWrongUsage;
+  }
+
+  if (effectiveUserID() != 0) return fail("must run as root");
+  Result<Keychain> keychain = Keychain::open(kSystemKeychainPath);
+  if (!keychain) return fail(keychain.error().description);
+  if (listing) return list(*keychain);
+  if (importing) return import(*keychain, words[1], words[2], label);
+  return deleteItem(*keychain, *id);
+}
