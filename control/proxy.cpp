@@ -1,3 +1,5 @@
+#include "contract/apache_environment.h"
+#include "control/command_runner.h"
 #include "control/tessel_ctl.h"
 #include "platform/process/console.h"
 
@@ -11,7 +13,7 @@ constexpr const char* kOrrinProxyTool =
 }  // namespace
 
 bool TesselCtl::orrinHasDefaultHTTPPorts() const {
-  return httpdEnvDictionary.value("-D ORRIN_HAS_DEFAULT_PORTS").has_value();
+  return httpdEnvDictionary.value(environment::kOrrinHasDefaultPorts).has_value();
 }
 
 bool TesselCtl::configureServerToProxyToTessel(bool enable) const {
@@ -19,12 +21,11 @@ bool TesselCtl::configureServerToProxyToTessel(bool enable) const {
   if (active == enable) return true;
   if (enable && !fileManager.fileExistsAtPath(inactiveTesselProxyConfigFilePath)) return true;
 
-  const MaybeError failure = enable
-                                 ? fileManager.createSymbolicLink(activeTesselProxyConfigFilePath,
-                                                                  inactiveTesselProxyConfigFilePath)
-                                 : fileManager.removeItem(activeTesselProxyConfigFilePath);
-  if (failure) {
-    reportError(failure->description);
+  const Status changed = enable ? fileManager.createSymbolicLink(activeTesselProxyConfigFilePath,
+                                                                 inactiveTesselProxyConfigFilePath)
+                                : fileManager.removeItem(activeTesselProxyConfigFilePath);
+  if (!changed) {
+    reportError(changed.error().description);
     return false;
   }
   (void)resultsFromCommand(kOrrinProxyTool, {"reload"});

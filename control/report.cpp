@@ -1,5 +1,8 @@
+#include "control/command_runner.h"
+#include "control/launch_jobs.h"
+#include "control/probes.h"
 #include "control/tessel_ctl.h"
-#include "control/user_job.h"
+#include "control/user_jobs.h"
 #include "platform/base/text.h"
 #include "platform/process/console.h"
 #include "platform/process/process.h"
@@ -38,18 +41,14 @@ bool TesselCtl::diagnose() {
   }
   showShares();
   print(std::string("\nTessel is ") + (isEnabled() ? "enabled" : "not enabled") + ".\n");
-  // There is no identity manager yet, so that these rows are probed at the host "(null)".
   reportUserJobs();
 
-  const auto serverName = tesselConfigDictionary.value("ServerName");
-  const std::string name = serverName ? serverName->string().value_or("") : "";
-  identityManager =
-      name.empty() ? IdentityManager::init() : IdentityManager::initWithServerName(name);
+  identityManager = IdentityManager::initWithConfiguredName(tesselConfigDictionary.identityName());
 
   printSection("Contents of /etc/tessel/", resultsFromCommand("/bin/ls", {"-l", "/etc/tessel"}));
   if (fileManager.fileExistsAtPath(httpdEnvFilePath)) {
     printSection("Current env vars for Apache configured at " + httpdEnvFilePath, environment);
-    reportApache();
+    reportApache(identityManager->serverName());
   } else {
     print("\nNo file found at " + httpdEnvFilePath + "; Tessel was probably never started.\n");
   }
@@ -64,47 +63,48 @@ bool TesselCtl::diagnose() {
 }
 
 void TesselCtl::reportUserJobs() const {
-  const std::vector<std::string> names = tesselPlists();
+  const std::vector<std::string> names = tesselPlists(launchAgentsDirectory);
   if (names.empty()) return;
   print(std::to_string(names.size()) + " Active Users:\n\n");
   printUserRow("USER", "PORT", "RESPONDING?", "MAPPER-PID", "PID-ALIVE?");
   for (const std::string& name : names) {
     const UserJob job = userJob(name);
     const bool alive = processExists(leadingInteger(job.mapperPID));
-    const bool responding = httpResponseOnPort(job.port, false, false) != 0;
+    // The identity is looked up further on, so that there is no name to ask yet.
+    const bool responding = httpResponseOnPort(job.port, false, false, std::nullopt) != 0;
     printUserRow(job.user, job.port, responding ? "Yes" : "No", job.mapperPID,
                  alive ? "Yes" : "No");
   }
 }
 
-void TesselCtl::reportApache() const {
+void TesselCtl::reportApache(const std::string& serverName) const {
   printLine("\nMain httpd status:");
   print("\tConfig syntax check:" + resultsFromCommand("/usr/sbin/httpd-wrapper", {"-t"}) + "\n");
   print(std::string("\tLaunch job is ") +
         (launchJobIsLoaded(kApacheJobLabel) ? "loaded" : "not loaded") + ".\n");
-  const std::int64_t plain = httpResponseOnPort("80", false, false);
+  const std::int64_t plain = httpResponseOnPort("80", false, false, serverName);
   print("\tReturns " + std::to_string(plain) + " on port 80.\n");
-  const std::int64_t encrypted = httpResponseOnPort("443", true, false);
+  const std::int64_t encrypted = httpResponseOnPort("443", true, false, serverName);
   print("\tReturns " + std::to_string(encrypted) + " port 443.\n");
-  reportConfiguredPort();
+  reportConfiguredPort(serverName);
 }
 
-void TesselCtl::reportConfiguredPort() const {
-  const auto configured = tesselConfigDictionary.value("ServerPort");
-  const std::int32_t port = configured ? configured->integer() : 0;
+void TesselCtl::reportConfiguredPort(const std::string& serverName) const {
+  const std::int32_t port = tesselConfigDictionary.portNumber();
   if (!orrinHasDefaultHTTPPorts()) {
     if (port == kHTTPSPort) return;
-    const std::int64_t status = httpResponseOnPort(description(configured), true, false);
+    const std::string portText = description(tesselConfigDictionary.serverPort());
+    const std::int64_t status = httpResponseOnPort(portText, true, false, serverName);
     print("\tConfig file specifies non-standard TCP port " + std::to_string(port) + " which is " +
           (status == kOK ? "responding" : "not responding") + ".\n");
     return;
   }
-  const auto address = tesselConfigDictionary.value("ServerAddr");
+  const auto address = tesselConfigDictionary.serverAddress();
   if (port != kPortBehindOrrin || !address || address->string() != "127.0.0.1") return;
   print(
       "\tConfig file specifies 127.0.0.1:81, non-SSL, which is correct behind-the-Orrin-proxy "
       "configuration, ");
-  const std::int64_t status = httpResponseOnPort("81", false, true);
+  const std::int64_t status = httpResponseOnPort("81", false, true, serverName);
   print(std::string("and ") + (status != 0 ? "is" : "is not") + " responding.\n");
 }
 

@@ -1,4 +1,7 @@
+#include "contract/apache_environment.h"
+#include "control/launch_jobs.h"
 #include "control/tessel_ctl.h"
+#include "identity/certificate_check.h"
 #include "platform/network/host_names.h"
 #include "platform/process/console.h"
 #include "platform/property_list/description.h"
@@ -7,19 +10,16 @@ namespace tessel {
 
 bool TesselCtl::start() {
   const auto turn = waitForTurn();
-  // A run that was waited for may have changed it.
-  loadEnvironment();
   if (!activateApacheConfig()) return false;
 
-  const auto usingSSL = tesselConfigDictionary.value("ServerSSL");
-  if (usingSSL && usingSSL->boolean()) {
-    httpdEnvDictionary.setString("-D TESSEL_SSL", "");
+  if (tesselConfigDictionary.usesTLS()) {
+    httpdEnvDictionary.setString(environment::kUsesTLS, "");
     if (!checkCertsAndExportIfNeeded()) {
       reportError("Cannot start in SSL mode due to certificate problem");
       return false;
     }
   } else {
-    httpdEnvDictionary.remove("-D TESSEL_SSL");
+    httpdEnvDictionary.remove(environment::kUsesTLS);
   }
 
   // From here on nothing stops the sequence: half a start would leave Apache with the new
@@ -45,30 +45,41 @@ bool TesselCtl::start() {
 bool TesselCtl::activateApacheConfig() const {
   if (fileManager.fileExistsAtPath(activeTesselApacheConfigFilePath)) return true;
   const bool parked = fileManager.fileExistsAtPath(inactiveTesselApacheConfigFilePath);
-  const MaybeError failure = parked
-                                 ? fileManager.moveItem(inactiveTesselApacheConfigFilePath,
-                                                        activeTesselApacheConfigFilePath)
-                                 : fileManager.createSymbolicLink(activeTesselApacheConfigFilePath,
-                                                                  tesselApacheConfigFilePath);
-  if (failure) reportError(failure->description);
-  return !failure;
+  const Status activated = parked ? fileManager.moveItem(inactiveTesselApacheConfigFilePath,
+                                                         activeTesselApacheConfigFilePath)
+                                  : fileManager.createSymbolicLink(activeTesselApacheConfigFilePath,
+                                                                   tesselApacheConfigFilePath);
+  if (!activated) reportError(activated.error().description);
+  return static_cast<bool>(activated);
+}
+
+bool TesselCtl::checkCertsAndExportIfNeeded() {
+  const auto current = httpdEnvDictionary.value(environment::kCertID);
+  auto check = tessel::checkCertsAndExportIfNeeded(
+      current ? std::optional(description(*current)) : std::nullopt,
+      tesselConfigDictionary.identityName());
+  if (!check.identityManager) return check.succeeded;
+  identityManager = std::move(check.identityManager);
+  if (!check.succeeded) return false;
+  httpdEnvDictionary.setString(environment::kCertID, *identityManager->certID());
+  httpdEnvDictionary.setString(environment::kServerName, identityManager->serverName());
+  return true;
 }
 
 void TesselCtl::updateEnvironment() {
-  const auto port = tesselConfigDictionary.value("ServerPort");
-  if (port) {
-    httpdEnvDictionary.setString("TESSEL_SERVER_PORT", description(*port));
+  if (const auto port = tesselConfigDictionary.serverPort()) {
+    httpdEnvDictionary.setString(environment::kServerPort, description(*port));
   } else {
-    httpdEnvDictionary.remove("TESSEL_SERVER_PORT");
+    httpdEnvDictionary.remove(environment::kServerPort);
   }
-  setEnvironmentValue("TESSEL_SERVER_ADDR", tesselConfigDictionary.value("ServerAddr"));
-  setEnvironmentValue("TESSEL_ACCESS_GROUP", tesselConfigDictionary.value("AccessGroup"));
+  setEnvironmentValue(environment::kServerAddress, tesselConfigDictionary.serverAddress());
+  setEnvironmentValue(environment::kAccessGroup, tesselConfigDictionary.accessGroup());
 
-  // The host's name replaces the name of the identity that the certificate check may have stored,
-  // unless the configuration names the server itself.
-  const auto configuredName = tesselConfigDictionary.value("TESSEL_SERVER_NAME");
-  if (!configuredName || configuredName->string() == "") {
-    if (const auto host = hostName()) httpdEnvDictionary.setString("TESSEL_SERVER_NAME", *host);
+  // The host's name replaces the name of the identity that the certificate check may have stored.
+  if (!tesselConfigDictionary.leavesApacheServerName()) {
+    if (const auto host = hostName()) {
+      httpdEnvDictionary.setString(environment::kServerName, *host);
+    }
   }
 }
 

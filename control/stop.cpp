@@ -1,7 +1,8 @@
+#include "control/launch_jobs.h"
 #include "control/tessel_ctl.h"
+#include "control/user_jobs.h"
 #include "platform/files/path.h"
 #include "platform/process/console.h"
-#include "platform/process/program.h"
 
 namespace tessel {
 
@@ -13,9 +14,10 @@ bool TesselCtl::stop() {
     printLine("Already disabled; no further action taken");
     return true;
   }
-  if (const auto failure = fileManager.moveItem(activeTesselApacheConfigFilePath,
-                                                inactiveTesselApacheConfigFilePath)) {
-    reportError(failure->description);
+  const Status parked =
+      fileManager.moveItem(activeTesselApacheConfigFilePath, inactiveTesselApacheConfigFilePath);
+  if (!parked) {
+    reportError(parked.error().description);
     return false;
   }
 
@@ -33,9 +35,9 @@ bool TesselCtl::stop() {
 }
 
 void TesselCtl::removeUserJobs() const {
-  for (const std::string& name : tesselPlists()) {
+  for (const std::string& name : tesselPlists(launchAgentsDirectory)) {
     const std::string path = appendPathComponent(launchAgentsDirectory, name);
-    (void)runProgram("/bin/launchctl", {"unload", "-w", path}, Streams::Discarded);
+    (void)unloadLaunchJobFile(path);
     (void)fileManager.removeItem(path);
     printLine("Unloaded and removed: " + name);
   }

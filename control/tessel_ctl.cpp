@@ -1,18 +1,25 @@
 #include "control/tessel_ctl.h"
+
+#include <utility>
+
+#include "contract/paths.h"
+#include "control/launch_jobs.h"
 #include "platform/files/folder_lock.h"
 #include "platform/files/path.h"
 #include "platform/process/console.h"
+#include "shares/share_addition.h"
+#include "shares/share_listing.h"
+#include "shares/share_removal.h"
 
 namespace tessel {
 
 TesselCtl::TesselCtl() {
   tesselApacheConfigFileName = "httpd_tessel.conf";
   activeTesselApacheConfigFilePath =
-      appendPathComponent("/etc/apache2/other", tesselApacheConfigFileName);
+      appendPathComponent(kApacheOtherFolder, tesselApacheConfigFileName);
   inactiveTesselApacheConfigFilePath =
       appendPathExtension(activeTesselApacheConfigFilePath, "inactive");
-  tesselConfigDirectory = "/etc/tessel";
-  tesselStateDirectory = "/var/lib/tessel";
+  tesselConfigDirectory = kTesselFolder;
   tesselApacheConfigFilePath =
       appendPathComponent(tesselConfigDirectory, tesselApacheConfigFileName);
   tesselConfigFilePath = appendPathComponent(tesselConfigDirectory, "tessel.plist");
@@ -21,7 +28,7 @@ TesselCtl::TesselCtl() {
   inactiveTesselProxyConfigFilePath =
       appendPathExtension(activeTesselProxyConfigFilePath, "inactive");
   tesselStartedApacheFilePath = appendPathComponent(tesselConfigDirectory, ".tesselStartedApache");
-  httpdEnvFilePath = "/etc/apache2/env.plist";
+  httpdEnvFilePath = kApacheEnvironmentFile;
   launchAgentsDirectory = "/Library/LaunchAgents";
 }
 
@@ -29,12 +36,12 @@ std::unique_ptr<TesselCtl> TesselCtl::init() {
   std::unique_ptr<TesselCtl> controller(new TesselCtl());
   if (!controller->isInstalled()) return nullptr;
 
-  auto configuration = PropertyList::load(controller->tesselConfigFilePath);
+  auto configuration = Configuration::load(controller->tesselConfigFilePath);
   if (!configuration) {
     reportError("Tessel config file " + controller->tesselConfigFilePath + " is malformed.\n");
     return nullptr;
   }
-  controller->tesselConfigDictionary = std::move(*configuration);
+  controller->tesselConfigDictionary = *std::move(configuration);
 
   controller->loadEnvironment();
   return controller;
@@ -42,13 +49,18 @@ std::unique_ptr<TesselCtl> TesselCtl::init() {
 
 void TesselCtl::loadEnvironment() {
   auto environment = PropertyList::load(httpdEnvFilePath);
-  if (environment) httpdEnvDictionary = std::move(*environment);
+  httpdEnvDictionary = environment ? *std::move(environment) : PropertyList();
 }
 
 // Held while Tessel is turned on or off, which is one change: the steps of two runs at once, mixed
-// up, leave two identities, or an Apache that is off with a marker that says otherwise. Only root
-// can open the folder, and so make others wait. Where there is none, the run goes on.
-Result<FileDescriptor> TesselCtl::waitForTurn() const { return lockFolder(tesselStateDirectory); }
+// up, leave two identities, or an Apache that is off with a marker that says otherwise. Whoever was
+// waited for may have changed the environment. Only root can open the folder, and so make others
+// wait. Where there is none, the run goes on.
+Result<FileDescriptor> TesselCtl::waitForTurn() {
+  auto turn = lockFolder(kTesselStateFolder);
+  loadEnvironment();
+  return turn;
+}
 
 // The newlines inside two of the messages, and the bare name in one, are part of the interface.
 bool TesselCtl::isInstalled() const {
@@ -69,6 +81,20 @@ bool TesselCtl::isInstalled() const {
 
 bool TesselCtl::isEnabled() const {
   return fileManager.fileExistsAtPath(activeTesselApacheConfigFilePath);
+}
+
+void TesselCtl::showShares() const { tessel::showShares(); }
+
+bool TesselCtl::addShare(const std::string& path) const {
+  const ShareAddition outcome = tessel::addShare(path);
+  if (outcome == ShareAddition::Created) restartHTTPDGracefully();
+  return outcome != ShareAddition::Failed;
+}
+
+bool TesselCtl::removeShare(const std::string& path) const {
+  if (!tessel::removeShare(path)) return false;
+  restartHTTPDGracefully();
+  return true;
 }
 
 }  // namespace tessel

@@ -83,15 +83,13 @@ bool portIsGood(std::int32_t port, bool usingSSL, bool behindOrrin) {
 }  // namespace
 
 bool TesselCtl::configIsValid() const {
-  const auto ssl = tesselConfigDictionary.value("ServerSSL");
-  const auto port = tesselConfigDictionary.value("ServerPort");
-  const bool usingSSL = ssl && ssl->boolean();
+  const bool usingSSL = tesselConfigDictionary.usesTLS();
   const bool behindOrrin = orrinHasDefaultHTTPPorts();
 
-  const bool goodName = nameIsGood(tesselConfigDictionary.value("ServerName"));
+  const bool goodName = nameIsGood(tesselConfigDictionary.serverName());
   const bool goodAddress =
-      addressIsGood(tesselConfigDictionary.value("ServerAddr"), usingSSL, behindOrrin);
-  const bool goodPort = portIsGood(port ? port->integer() : 0, usingSSL, behindOrrin);
+      addressIsGood(tesselConfigDictionary.serverAddress(), usingSSL, behindOrrin);
+  const bool goodPort = portIsGood(tesselConfigDictionary.portNumber(), usingSSL, behindOrrin);
   return goodName && goodAddress && goodPort;
 }
 

@@ -83,12 +83,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (import(*keychain)) {
     const auto certificates = keychain->certificates();
     require(certificates && std::any_of(certificates->begin(), certificates->end(), [](auto& one) {
-              return one.der() == good->certificate.der();
+              return *one.der() == *good->certificate.der();
             }));
   }
   if (!items) return 0;
   for (const KeychainItem& item : *items) {
-    if (keychain->deleteItem(item.id)) continue;
+    if (!keychain->deleteItem(item.id)) continue;
     const auto left = keychain->items();
     require(!left || std::none_of(left->begin(), left->end(),
                                   [&](const auto& one) { return one.id == item.id; }));

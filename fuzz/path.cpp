@@ -2,6 +2,7 @@
 #include "platform/files/path.h"
 
 #include "fuzz/fuzz.h"
+#include "platform/base/hexadecimal.h"
 #include "platform/base/text.h"
 #include "platform/files/standardized_path.h"
 

@@ -37,25 +37,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::string path = "/var/lib/directory/local/sharepoints/" + fileName;
   fuzz::writeFile(path.c_str(), rest);
-  const auto node = DirectorySession::open()->localNode();
-  require(node->querySharePoints()->names().operator*() == std::vector<std::string>{name});
-  const auto found = node->sharePoint(name);
-  require(found.record.has_value() != found.error.has_value());
-  if (found.record) {
-    const auto before = found.record->details();
-    const auto failure = found.record->setValues(kAttribute, {value});
-    const auto after = found.record->details();
-    require(before && after);
+  const auto node = DirectoryNode::open();
+  require(*node->sharePointNames() == std::vector<std::string>{name});
+  if (const auto found = node->sharePoint(name)) {
+    const DirectoryRecord& record = **found;
+    const auto before = record.details();
+    const Status set = record.setValues(kAttribute, {value});
+    const auto after = record.details();
     auto expected = *before;
-    if (!failure) expected[kAttribute] = {value};
+    if (set) expected[kAttribute] = {value};
     const auto file = FileManager().readFile(path, 1UL << 20U);
     // See property_list.cpp.
     require(*after == expected || file->find("CF$UID") != std::string::npos);
-    require(isXMLText(value) || failure);
-    // It is not what was looked up any more.
-    require(found.record->remove().has_value() == !failure);
+    require(isXMLText(value) || !set);
+    // After a change it is not what was looked up any more.
+    require(static_cast<bool>(record.remove()) == !set);
   }
-  require(!node->createSharePoint(name, {}).record || !::access(path.c_str(), F_OK));
+  require(!node->createSharePoint(name, {}) || !::access(path.c_str(), F_OK));
   (void)::unlink(path.c_str());
   return 0;
 }

@@ -1,4 +1,6 @@
-#include "identity/identity_manager.h"
+#include "identity/identity_creation.h"
+
+#include "identity/identity_export.h"
 #include "platform/keychain/random.h"
 #include "platform/process/console.h"
 #include "platform/process/process.h"
@@ -7,7 +9,6 @@ namespace tessel {
 
 namespace {
 
-constexpr const char* kApachePath = "/usr/sbin/httpd";
 constexpr const char* kAccessDescription = "Access to trusted apps";
 constexpr int kValidityDays = 730;
 constexpr unsigned kKeyBits = 2048;
@@ -30,24 +31,27 @@ std::optional<AccessObject> accessFor(const std::vector<std::string>& allowedExe
 std::optional<PrivateKey> createUserKeyPair(Keychain& keychain, const std::string& label,
                                             const AccessObject& access) {
   auto key = PrivateKey::generateRSA(kKeyBits);
-  const MaybeError failure = key ? keychain.addKeyPair(*key, label, access) : key.error();
-  if (failure) {
-    reportError("_createUserKeyPair error: " + failure->description);
+  const Status added = key ? keychain.addKeyPair(*key, label, access) : key.error();
+  if (!added) {
+    reportError("_createUserKeyPair error: " + added.error().description);
     return std::nullopt;
   }
   return *key;
 }
 
+Result<Certificate> signedCertificate(const std::string& name, const PrivateKey& key) {
+  const auto serial = randomNonZeroNumber();
+  if (!serial) return serial.error();
+  return Certificate::createSelfSigned({name, localeCountryCode(), *serial, kValidityDays}, key);
+}
+
 std::optional<Certificate> createCertificate(Keychain& keychain, const std::string& name,
                                              const PrivateKey& key) {
-  const auto serial = randomNonZeroNumber();
-  auto certificate = serial ? Certificate::createSelfSigned(
-                                  {name, localeCountryCode(), *serial, kValidityDays}, key)
-                            : Result<Certificate>(Error{"the system has no random numbers"});
-  const MaybeError failure =
+  const auto certificate = signedCertificate(name, key);
+  const Status added =
       certificate ? keychain.addCertificate(*certificate, name) : certificate.error();
-  if (failure) {
-    reportError("createSelfSignedCertificateWithPublicKey error: " + failure->description);
+  if (!added) {
+    reportError("createSelfSignedCertificateWithPublicKey error: " + added.error().description);
     return std::nullopt;
   }
   return *certificate;
@@ -55,14 +59,7 @@ std::optional<Certificate> createCertificate(Keychain& keychain, const std::stri
 
 }  // namespace
 
-bool IdentityManager::createIdentityAndUpdate() {
-  const auto identity = CreateSelfSignedIdentityNamed(name, {kApachePath});
-  if (!identity) return false;
-  certificateID = CertIDForIdentity(identity);
-  return certificateID.has_value();
-}
-
-std::optional<Identity> IdentityManager::CreateSelfSignedIdentityNamed(
+std::optional<Identity> CreateSelfSignedIdentityNamed(
     const std::string& name, const std::vector<std::string>& allowedExecutablePaths) {
   Result<Keychain> keychain = Keychain::open(kSystemKeychainPath);
   if (!keychain) {

@@ -1,9 +1,12 @@
+#include "shares/share_addition.h"
+
 #include <algorithm>
 
-#include "control/tessel_ctl.h"
+#include "platform/files/file_manager.h"
 #include "platform/files/path.h"
 #include "platform/files/standardized_path.h"
 #include "platform/process/console.h"
+#include "shares/share_point.h"
 
 namespace tessel {
 
@@ -11,39 +14,24 @@ namespace {
 
 constexpr const char* kReservedName = "webdav";
 
-// False, after a message, at the first attribute that cannot be set; the earlier ones stay set.
-// `failure` comes in as what the lookup reported, and fails the first attribute.
-bool updateSharePoint(const DirectoryRecord& record, const RecordAttributes& attributes,
-                      MaybeError failure) {
-  for (const char* attribute : {kWebDAVShared, kWebDAVName, kDirectoryPath}) {
-    if (auto reason = record.setValues(attribute, attributes.at(attribute))) failure = reason;
-    if (failure) {
-      reportError("Cannot set attribute value:" + failure->description);
-      return false;
-    }
-  }
-  printLine("Updated existing share point");
-  return true;
-}
-
-}  // namespace
-
-bool TesselCtl::isShareable(const std::string& path) const {
+// False, after a message, for what cannot be shared.
+bool isShareable(const std::string& path) {
+  const FileManager files;
   const std::string specified = "Specified path '" + path + "' ";
   if (hasPathComponent(path, kReservedName)) {
     reportError("Cannot share: " + specified +
                 "contains reserved string \"webdav\" as a path component");
     return false;
   }
-  if (!fileManager.fileExistsAtPath(path)) {
+  if (!files.fileExistsAtPath(path)) {
     reportError("Cannot share: " + specified + "does not exist");
     return false;
   }
-  if (!fileManager.directoryExistsAtPath(path)) {
+  if (!files.directoryExistsAtPath(path)) {
     reportError("Cannot share: " + specified + "is not a directory");
     return false;
   }
-  const auto names = fileManager.contentsOfDirectory(path);
+  const auto names = files.contentsOfDirectory(path);
   if (names && std::find(names->begin(), names->end(), kReservedName) != names->end()) {
     printLine("Warning: " + specified +
               "contains a file or folder named with resrved string \"webdav\"");
@@ -51,29 +39,47 @@ bool TesselCtl::isShareable(const std::string& path) const {
   return true;
 }
 
-bool TesselCtl::addShare(const std::string& path) const {
-  if (!isShareable(path)) return false;
+// Fails at the first attribute that cannot be set; the earlier ones stay set.
+Status updateSharePoint(const DirectoryRecord& record, const RecordAttributes& attributes) {
+  for (const char* attribute : {kWebDAVShared, kWebDAVName, kDirectoryPath}) {
+    if (Status set = record.setValues(attribute, attributes.at(attribute)); !set) return set;
+  }
+  return {};
+}
+
+}  // namespace
+
+ShareAddition addShare(const std::string& path) {
+  if (!isShareable(path)) return ShareAddition::Failed;
   const auto node = openLocalNode();
-  if (!node) return false;
+  if (!node) {
+    reportError(node.error().description);
+    return ShareAddition::Failed;
+  }
 
   // The name is what the administrator typed, the path what it stands for.
   const std::string name = lastPathComponent(path);
   const RecordAttributes attributes{
       {kWebDAVShared, {"1"}}, {kWebDAVName, {name}}, {kDirectoryPath, {standardizedPath(path)}}};
-  const RecordResult existing = node->sharePoint(name);
-  if (existing.record) return updateSharePoint(*existing.record, attributes, existing.error);
+  const auto existing = node->sharePoint(name);
+  if (existing && *existing) {
+    if (const Status updated = updateSharePoint(**existing, attributes); !updated) {
+      reportError("Cannot set attribute value:" + updated.error().description);
+      return ShareAddition::Failed;
+    }
+    printLine("Updated existing share point");
+    return ShareAddition::Updated;
+  }
 
+  // What stands there and is no record is no share point either; the creation says what it is.
   printLine("No existing share point named " + name);
-  const RecordResult created = node->createSharePoint(name, attributes);
-  if (!created.record) {
-    const MaybeError& failure = created.error ? created.error : existing.error;
+  if (const Status created = node->createSharePoint(name, attributes); !created) {
     reportError("Cannot create new record");
-    reportError(failure ? failure->description : "unknown");
-    return false;
+    reportError(created.error().description);
+    return ShareAddition::Failed;
   }
   printLine("Created share point");
-  restartHTTPDGracefully();
-  return true;
+  return ShareAddition::Created;
 }
 
 }  // namespace tessel

@@ -1,18 +1,31 @@
 #include "shares/share_point.h"
 
-#include "platform/process/console.h"
+#include "platform/base/text.h"
 
 namespace tessel {
 
-std::optional<DirectoryNode> openLocalNode() {
-  const auto session = DirectorySession::open();
-  if (!session) {
-    reportError("Cannot create Nexa session");
-    return std::nullopt;
-  }
-  auto node = session->localNode();
-  if (!node) reportError("Cannot create Nexa node");
-  return node;
+namespace {
+
+const std::string* firstValue(const RecordAttributes& attributes, const char* attribute) {
+  const auto found = attributes.find(attribute);
+  return found == attributes.end() ? nullptr : &found->second.front();
+}
+
+}  // namespace
+
+std::optional<SharePoint> sharePointOf(const RecordAttributes& attributes) {
+  const std::string* name = firstValue(attributes, kRecordNameAttribute);
+  const std::string* folder = firstValue(attributes, kDirectoryPath);
+  if (name == nullptr || folder == nullptr) return std::nullopt;
+  const std::string* flag = firstValue(attributes, kWebDAVShared);
+  return SharePoint{*name, *folder, flag != nullptr && leadingInteger(*flag) == 1};
+}
+
+Result<DirectoryNode> openLocalNode() {
+  if (!directoryServiceExists()) return Error{"Cannot create Nexa session"};
+  const auto node = DirectoryNode::open();
+  if (!node) return Error{"Cannot create Nexa node"};
+  return *node;
 }
 
 }  // namespace tessel

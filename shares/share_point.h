@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/base/result.h"
 #include "platform/directory/directory.h"
 
 namespace tessel {
@@ -15,14 +16,16 @@ inline constexpr const char* kWebDAVName = "dsAttrTypeNative:webdav_name";      
 inline constexpr const char* kSMBShared = "dsAttrTypeNative:smb_shared";  // never written here
 inline constexpr const char* kAFPShared = "dsAttrTypeNative:afp_shared";  // never written here
 
-// A share point as it is listed.
-struct ShareSummary {
+struct SharePoint {
   std::string name;
-  std::string path;
-  std::string iswebdav;  // "Yes" or "No"
+  std::string folder;
+  bool webdav = false;  // whether the flag begins with the number 1, as in "01" and " 1x"
 };
 
-// The host's local directory node, or none after an error line that says what is missing.
-std::optional<DirectoryNode> openLocalNode();
+// None for attributes that lack a name or a folder.
+std::optional<SharePoint> sharePointOf(const RecordAttributes& attributes);
+
+// The host's local directory node. The error says which part of the directory service is missing.
+Result<DirectoryNode> openLocalNode();
 
 }  // namespace tessel

@@ -1,6 +1,10 @@
-#include "control/tessel_ctl.h"
+#include "shares/share_removal.h"
+
+#include <optional>
+
 #include "platform/files/path.h"
 #include "platform/process/console.h"
+#include "shares/share_point.h"
 
 namespace tessel {
 
@@ -25,40 +29,38 @@ std::optional<bool> hasFlag(const DirectoryRecord& record, const char* attribute
 
 }  // namespace
 
-bool TesselCtl::removeShare(const std::string& path) const {
+bool removeShare(const std::string& path) {
   const auto node = openLocalNode();
-  if (!node) return false;
-
+  if (!node) {
+    reportError(node.error().description);
+    return false;
+  }
   const std::string name = lastPathComponent(path);
-  const RecordResult found = node->sharePoint(name);
-  if (!found.record) {
+  const auto found = node->sharePoint(name);
+  if (!found || !*found) {
     reportError("No share point named '" + name + "'");
     return false;
   }
-  if (found.error) {
-    reportError(found.error->description);
-    return false;
-  }
-  const auto smb = hasFlag(*found.record, kSMBShared, "SMB");
+  const DirectoryRecord& record = **found;
+  const auto smb = hasFlag(record, kSMBShared, "SMB");
   if (!smb) return false;
-  const auto afp = hasFlag(*found.record, kAFPShared, "AFP");
+  const auto afp = hasFlag(record, kAFPShared, "AFP");
   if (!afp) return false;
 
   if (*smb || *afp) {
     printLine("Has other shares; updating attributes");
-    if (const auto failure = found.record->setValues(kWebDAVShared, {"0"})) {
-      reportError("Cannot set attributes: " + failure->description);
+    if (const Status set = record.setValues(kWebDAVShared, {"0"}); !set) {
+      reportError("Cannot set attributes: " + set.error().description);
       return false;
     }
-  } else {
-    printLine("No other shares; deleting share point");
-    if (const auto failure = found.record->remove()) {
-      reportError("Cannot delete record: " + failure->description);
-      return false;
-    }
-    printLine("Deleted share point");
+    return true;
   }
-  restartHTTPDGracefully();
+  printLine("No other shares; deleting share point");
+  if (const Status removed = record.remove(); !removed) {
+    reportError("Cannot delete record: " + removed.error().description);
+    return false;
+  }
+  printLine("Deleted share point");
   return true;
 }
 

@@ -21,32 +21,32 @@ struct Error {
 
 class [[nodiscard]] Status {
  public:
-  Status() = default;                                   // success
-  Status(Error reason) : failure(std::move(reason)) {}  // NOLINT(google-explicit-constructor)
+  Status() = default;                                    // success
+  Status(Error reason) : failure_(std::move(reason)) {}  // NOLINT(google-explicit-constructor)
 
-  explicit operator bool() const { return !failure.has_value(); }
+  explicit operator bool() const { return !failure_.has_value(); }
   const Error& error() const {
-    if (!failure) std::abort();
-    return *failure;
+    if (!failure_) std::abort();
+    return *failure_;
   }
 
  private:
-  std::optional<Error> failure;
+  std::optional<Error> failure_;
 };
 
 template <typename T>
 class [[nodiscard]] Result {
  public:
-  Result(T value) : content(std::move(value)) {}        // NOLINT(google-explicit-constructor)
-  Result(Error reason) : content(std::move(reason)) {}  // NOLINT(google-explicit-constructor)
+  Result(T value) : content_(std::move(value)) {}        // NOLINT(google-explicit-constructor)
+  Result(Error reason) : content_(std::move(reason)) {}  // NOLINT(google-explicit-constructor)
 
-  explicit operator bool() const { return std::holds_alternative<T>(content); }
-  T& operator*() & { return get<T>(content); }
-  const T& operator*() const& { return get<T>(content); }
-  T&& operator*() && { return std::move(get<T>(content)); }
-  T* operator->() { return &get<T>(content); }
-  const T* operator->() const { return &get<T>(content); }
-  const Error& error() const { return get<Error>(content); }
+  explicit operator bool() const { return std::holds_alternative<T>(content_); }
+  T& operator*() & { return get<T>(content_); }
+  const T& operator*() const& { return get<T>(content_); }
+  T&& operator*() && { return std::move(get<T>(content_)); }
+  T* operator->() { return &get<T>(content_); }
+  const T* operator->() const { return &get<T>(content_); }
+  const Error& error() const { return get<Error>(content_); }
 
   // The value, or this one in its place.
   T valueOr(T other) const { return *this ? **this : std::move(other); }
@@ -59,10 +59,7 @@ class [[nodiscard]] Result {
     return *found;
   }
 
-  std::variant<T, Error> content;
+  std::variant<T, Error> content_;
 };
-
-// Nothing when the operation succeeded.
-using MaybeError = std::optional<Error>;
 
 }  // namespace tessel

@@ -7,10 +7,10 @@ namespace tessel {
 Secret::Secret(std::initializer_list<std::string_view> parts) {
   size_t size = 0;
   for (const std::string_view part : parts) size += part.size();
-  bytes.reserve(size);  // growing would leave copies behind
-  for (const std::string_view part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
+  bytes_.reserve(size);  // growing would leave copies behind
+  for (const std::string_view part : parts) bytes_.insert(bytes_.end(), part.begin(), part.end());
 }
 
-Secret::~Secret() { ::explicit_bzero(bytes.data(), bytes.size()); }
+Secret::~Secret() { ::explicit_bzero(bytes_.data(), bytes_.size()); }
 
 }  // namespace tessel

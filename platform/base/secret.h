@@ -17,10 +17,10 @@ class Secret {
   Secret& operator=(const Secret&) = delete;
   ~Secret();
 
-  std::string_view view() const { return {bytes.data(), bytes.size()}; }
+  std::string_view view() const { return {bytes_.data(), bytes_.size()}; }
 
  private:
-  std::vector<char> bytes;
+  std::vector<char> bytes_;
 };
 
 }  // namespace tessel

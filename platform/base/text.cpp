@@ -69,16 +69,6 @@ std::string trimmed(std::string_view text) {
   return std::string(text.substr(0, text.find_last_not_of(kBlanks) + 1));
 }
 
-std::string hexadecimal(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  for (const char c : bytes) {
-    const unsigned byte = static_cast<unsigned char>(c);
-    text += {kDigits[byte >> 4U], kDigits[byte & 0xFU]};
-  }
-  return text;
-}
-
 std::string padded(std::string text, size_t width) {
   if (text.size() < width) text.resize(width, ' ');
   return text;

@@ -18,9 +18,6 @@ bool isXMLText(std::string_view bytes);
 // The text without ASCII white space and newlines at both ends.
 std::string trimmed(std::string_view text);
 
-// Two lower-case hexadecimal digits for each byte.
-std::string hexadecimal(std::string_view bytes);
-
 // The text with blanks after it up to at least this many bytes.
 std::string padded(std::string text, std::size_t width);
 

@@ -1,15 +1,12 @@
 #include "platform/directory/directory.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "platform/base/text.h"
 #include "platform/directory/record_name.h"
-#include "platform/files/file_descriptor.h"
 #include "platform/files/file_manager.h"
 #include "platform/files/folder_lock.h"
 #include "platform/files/path.h"
@@ -41,15 +38,15 @@ Result<RecordFile> readRecord(const std::string& path) {
 
 // Puts the list in the record's place, unless it would be a record that not everybody can read
 // again: a binary list may hold control characters, for which XML has no form.
-MaybeError writeRecord(const std::string& path, const PropertyList& list) {
+Status writeRecord(const std::string& path, const PropertyList& list) {
   const auto xml = list.xml();
   if (!xml) return Error{"cannot write " + path + ": " + xml.error().description};
   if (!isXMLText(*xml)) return Error{"cannot write " + path + ": XML cannot hold its characters"};
   return FileManager().writeAtomically(path, *xml, FileManager::Attributes::KeepExisting);
 }
 
-MaybeError checkValues(const std::string& attribute, const AttributeValues& values) {
-  if (std::all_of(values.begin(), values.end(), isXMLText)) return std::nullopt;
+Status checkValues(const std::string& attribute, const AttributeValues& values) {
+  if (std::all_of(values.begin(), values.end(), isXMLText)) return {};
   return Error{"a property list cannot hold the value of " + attribute +
                ", which is not UTF-8 or has control characters"};
 }
@@ -63,11 +60,25 @@ AttributeValues valuesOf(const PropertyListValue& value) {
   return values;
 }
 
+// The names of the record files in byte order.
+Result<std::vector<std::string>> recordFiles() {
+  if (!FileManager().fileExistsAtPath(kSharePoints)) return std::vector<std::string>();
+  auto names = FileManager().contentsOfDirectory(kSharePoints);
+  if (!names) return names.error();
+  std::erase_if(*names, [](const std::string& name) { return !isRecordFileName(name); });
+  std::sort(names->begin(), names->end());
+  return names;
+}
+
+std::string recordPath(std::string_view name) {
+  return appendPathComponent(kSharePoints, recordFileName(name));
+}
+
 }  // namespace
 
-std::optional<RecordAttributes> DirectoryRecord::details() const {
-  const auto file = readRecord(path);
-  if (!file) return std::nullopt;
+Result<RecordAttributes> DirectoryRecord::details() const {
+  const auto file = readRecord(path_);
+  if (!file) return file.error();
   const auto entries = file->list.root().entries();
   RecordAttributes attributes;
   for (const auto& [name, value] : *entries) {
@@ -78,60 +89,100 @@ std::optional<RecordAttributes> DirectoryRecord::details() const {
 }
 
 Result<AttributeValues> DirectoryRecord::values(const std::string& attribute) const {
-  const auto file = readRecord(path);
+  const auto file = readRecord(path_);
   if (!file) return file.error();
   const auto value = file->list.value(attribute);
   return value ? valuesOf(*value) : AttributeValues{};
 }
 
-MaybeError DirectoryRecord::setValues(const std::string& attribute,
-                                      const AttributeValues& values) const {
-  if (auto failure = checkValues(attribute, values)) return failure;
+Status DirectoryRecord::setValues(const std::string& attribute,
+                                  const AttributeValues& values) const {
+  if (Status valid = checkValues(attribute, values); !valid) return valid;
   const auto lock = lockFolder(kSharePoints);
   if (!lock) return lock.error();
-  auto file = readRecord(path);
+  auto file = readRecord(path_);
   if (!file) return file.error();
   file->list.setStrings(attribute, values);
-  return writeRecord(path, file->list);
+  return writeRecord(path_, file->list);
 }
 
-MaybeError DirectoryRecord::remove() const {
+Status DirectoryRecord::remove() const {
   const auto lock = lockFolder(kSharePoints);
   if (!lock) return lock.error();
-  const FileManager fileManager;
-  if (seen) {
-    const auto bytes = fileManager.readFile(path, kLargestPropertyList);
+  if (seen_) {
+    const auto bytes = FileManager().readFile(path_, kLargestPropertyList);
     if (!bytes) return bytes.error();
-    if (*bytes != *seen) {
-      return Error{path + " was changed by another program at the same time; try again"};
+    if (*bytes != *seen_) {
+      return Error{path_ + " was changed by another program at the same time; try again"};
     }
   }
-  return fileManager.removeItem(path);
+  return FileManager().removeItem(path_);
 }
 
-Result<std::vector<DirectoryRecord>> RecordQuery::results() const {
+bool directoryServiceExists() { return FileManager().directoryExistsAtPath(kDirectoryService); }
+
+std::optional<DirectoryNode> DirectoryNode::open() {
+  if (!FileManager().directoryExistsAtPath(kLocalNode)) return std::nullopt;
+  return DirectoryNode();
+}
+
+Result<std::vector<DirectoryRecord>> DirectoryNode::sharePoints() const {
+  const auto files = recordFiles();
+  if (!files) return files.error();
   std::vector<DirectoryRecord> records;
-  if (empty) return records;
-  auto names = FileManager().contentsOfDirectory(kSharePoints);
-  if (!names) return names.error();
-  std::sort(names->begin(), names->end());
-  for (const std::string& name : *names) {
-    if (!isRecordFileName(name)) continue;
-    records.push_back(DirectoryRecord(appendPathComponent(kSharePoints, name)));
+  records.reserve(files->size());
+  for (const std::string& file : *files) {
+    records.push_back(DirectoryRecord(appendPathComponent(kSharePoints, file)));
   }
   return records;
 }
 
-Result<std::vector<std::string>> RecordQuery::names() const {
+Result<std::vector<std::string>> DirectoryNode::sharePointNames() const {
+  const auto files = recordFiles();
+  if (!files) return files.error();
   std::vector<std::string> names;
-  if (empty) return names;
-  auto fileNames = FileManager().contentsOfDirectory(kSharePoints);
-  if (!fileNames) return fileNames.error();
-  std::sort(fileNames->begin(), fileNames->end());
-  for (const std::string& fileName : *fileNames) {
-    if (auto name = recordName(fileName)) names.push_back(std::move(*name));
+  for (const std::string& file : *files) {
+    if (auto name = recordName(file)) names.push_back(std::move(*name));
   }
   return names;
+}
+
+Result<std::optional<DirectoryRecord>> DirectoryNode::sharePoint(std::string_view name) const {
+  const std::optional<DirectoryRecord> none;
+  if (name.empty()) return none;
+  DirectoryRecord record(recordPath(name));
+  struct stat status {};
+  if (::lstat(record.path_.c_str(), &status) != 0 && errno == ENOENT) return none;
+  auto file = readRecord(record.path_);
+  if (!file) return file.error();
+  record.seen_ = std::move(file->bytes);
+  return std::optional(std::move(record));
+}
+
+Status DirectoryNode::createSharePoint(const std::string& name,
+                                       const RecordAttributes& attributes) const {
+  if (name.empty()) return Error{"a record needs a name"};
+  PropertyList list;
+  if (Status valid = checkValues(kRecordNameAttribute, {name}); !valid) return valid;
+  list.setStrings(kRecordNameAttribute, {name});
+  for (const auto& [attribute, values] : attributes) {
+    if (Status valid = checkValues(attribute, values); !valid) return valid;
+    list.setStrings(attribute, values);
+  }
+
+  if (Status made = FileManager().createDirectory(kSharePoints, kRecordFolderMode); !made) {
+    return made;
+  }
+  const auto lock = lockFolder(kSharePoints);
+  if (!lock) return lock.error();
+  const std::string path = recordPath(name);
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) == 0) {
+    const auto file = readRecord(path);
+    return Error{"nothing is overwritten at " + path + ": " +
+                 (file ? "another program has made the record" : file.error().description)};
+  }
+  return writeRecord(path, list);
 }
 
 std::optional<RecordStamp> sharePointStamp(std::string_view name) {
@@ -139,68 +190,12 @@ std::optional<RecordStamp> sharePointStamp(std::string_view name) {
   const auto nanoseconds = [](const timespec& time) {
     return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
   };
-  const std::string path = appendPathComponent(kSharePoints, recordFileName(name));
   struct stat status {};
-  if (name.empty() || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (name.empty() || ::stat(recordPath(name).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
   return RecordStamp{status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
                      nanoseconds(status.st_ctim)};
-}
-
-std::optional<RecordQuery> DirectoryNode::querySharePoints() const {
-  const FileDescriptor folder(::open(kSharePoints, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder && errno != ENOENT) return std::nullopt;
-  return RecordQuery(!folder);
-}
-
-RecordResult DirectoryNode::sharePoint(std::string_view name) const {
-  if (name.empty()) return {};
-  DirectoryRecord record(appendPathComponent(kSharePoints, recordFileName(name)));
-  struct stat status {};
-  if (::lstat(record.path.c_str(), &status) != 0 && errno == ENOENT) return {};
-  auto file = readRecord(record.path);
-  if (!file) return {std::nullopt, file.error()};
-  record.seen = std::move(file->bytes);
-  return {std::move(record), std::nullopt};
-}
-
-RecordResult DirectoryNode::createSharePoint(const std::string& name,
-                                             const RecordAttributes& attributes) const {
-  const auto failed = [](Error reason) { return RecordResult{std::nullopt, std::move(reason)}; };
-  if (name.empty()) return failed(Error{"a record needs a name"});
-  PropertyList list;
-  if (auto failure = checkValues(kRecordNameAttribute, {name})) return failed(*failure);
-  list.setStrings(kRecordNameAttribute, {name});
-  for (const auto& [attribute, values] : attributes) {
-    if (auto failure = checkValues(attribute, values)) return failed(*failure);
-    list.setStrings(attribute, values);
-  }
-
-  if (auto failure = FileManager().createDirectory(kSharePoints, kRecordFolderMode)) {
-    return failed(*failure);
-  }
-  const auto lock = lockFolder(kSharePoints);
-  if (!lock) return failed(lock.error());
-  DirectoryRecord record(appendPathComponent(kSharePoints, recordFileName(name)));
-  struct stat status {};
-  if (::lstat(record.path.c_str(), &status) == 0) {
-    const auto file = readRecord(record.path);
-    return failed(Error{"nothing is overwritten at " + record.path + ": " +
-                        (file ? "another program has made the record" : file.error().description)});
-  }
-  if (auto failure = writeRecord(record.path, list)) return failed(*failure);
-  return {std::move(record), std::nullopt};
-}
-
-std::optional<DirectorySession> DirectorySession::open() {
-  if (!FileManager().directoryExistsAtPath(kDirectoryService)) return std::nullopt;
-  return DirectorySession();
-}
-
-std::optional<DirectoryNode> DirectorySession::localNode() const {
-  if (!FileManager().directoryExistsAtPath(kLocalNode)) return std::nullopt;
-  return DirectoryNode();
 }
 
 }  // namespace tessel

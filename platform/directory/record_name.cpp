@@ -1,11 +1,12 @@
 #include "platform/directory/record_name.h"
 
+#include "platform/base/hexadecimal.h"
+
 namespace tessel {
 
 namespace {
 
 constexpr std::string_view kExtension = ".plist";
-constexpr std::string_view kDigits = "0123456789ABCDEF";
 
 bool isControl(char c) {
   const auto byte = static_cast<unsigned char>(c);
@@ -18,8 +19,7 @@ std::string recordFileName(std::string_view recordName) {
   std::string fileName;
   for (const char c : recordName) {
     if (c == '/' || c == '%' || isControl(c) || (c == '.' && fileName.empty())) {
-      const unsigned byte = static_cast<unsigned char>(c);
-      fileName += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+      fileName += percentEncoded(c);
     } else {
       fileName += c;
     }
@@ -32,8 +32,8 @@ std::optional<std::string> recordName(std::string_view fileName) {
   std::string_view rest = fileName.substr(0, fileName.size() - kExtension.size());
   std::string name;
   while (!rest.empty()) {
-    const auto high = rest.size() < 3 ? std::string_view::npos : kDigits.find(rest[1]);
-    const auto low = rest.size() < 3 ? std::string_view::npos : kDigits.find(rest[2]);
+    const auto high = rest.size() < 3 ? std::string_view::npos : kUpperCaseDigits.find(rest[1]);
+    const auto low = rest.size() < 3 ? std::string_view::npos : kUpperCaseDigits.find(rest[2]);
     const bool isEscape =
         rest[0] == '%' && high != std::string_view::npos && low != std::string_view::npos;
     name += isEscape ? static_cast<char>(high << 4U | low) : rest[0];

@@ -3,20 +3,23 @@
 
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
+
+#include "platform/base/result.h"
 
 namespace tessel {
 
 class FileDescriptor {
  public:
   FileDescriptor() = default;
-  explicit FileDescriptor(int descriptor) : descriptor(descriptor) {}
+  explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
   FileDescriptor(FileDescriptor&& other) noexcept
-      : descriptor(std::exchange(other.descriptor, -1)) {}
+      : descriptor_(std::exchange(other.descriptor_, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {
     if (this != &other) {
       reset();
-      descriptor = std::exchange(other.descriptor, -1);
+      descriptor_ = std::exchange(other.descriptor_, -1);
     }
     return *this;
   }
@@ -24,15 +27,19 @@ class FileDescriptor {
   FileDescriptor& operator=(const FileDescriptor&) = delete;
   ~FileDescriptor() { reset(); }
 
-  int get() const { return descriptor; }
-  explicit operator bool() const { return descriptor >= 0; }
+  int get() const { return descriptor_; }
+  explicit operator bool() const { return descriptor_ >= 0; }
   void reset() {
-    if (descriptor >= 0) ::close(descriptor);
-    descriptor = -1;
+    if (descriptor_ >= 0) ::close(descriptor_);
+    descriptor_ = -1;
   }
 
  private:
-  int descriptor = -1;
+  int descriptor_ = -1;
 };
+
+// Writes all of the bytes, waiting where the descriptor would block. The error has errno(3) as its
+// code; how much was written before it is not told.
+Status writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace tessel

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/base/system_error.h"
 #include "platform/files/file_descriptor.h"
 #include "platform/files/path.h"
 
@@ -19,19 +20,6 @@ namespace tessel {
 namespace {
 
 constexpr mode_t kPermissionBits = 0777;
-
-Error systemError(const std::string& what, int code = errno) {
-  return Error{what + ": " + std::strerror(code)};
-}
-
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) bytes.remove_prefix(static_cast<size_t>(written));
-  }
-  return true;
-}
 
 // Makes a rename, link or removal in the folder of `path` survive a power cut. The change itself
 // has happened by then, so a folder that cannot be synced is no failure of the operation.
@@ -49,43 +37,52 @@ bool renameWithoutReplacing(const std::string& from, const std::string& to) {
   return ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
 }
 
-// A file under a temporary name beside its future place. Until it is published it can be read by
-// its owner only, and it is removed again when it goes out of scope.
+// A new file under a temporary name in the folder of a path, which only its owner can read. It is
+// removed when this goes out of scope, unless it has been renamed by then.
 class TemporaryFile {
  public:
   explicit TemporaryFile(const std::string& beside)
-      : path(appendPathComponent(parentDirectory(beside), PLATFORM_TEMPORARY_PREFIX "XXXXXX")),
-        file(::mkostemp(path.data(), O_CLOEXEC)) {}
+      : path_(appendPathComponent(parentDirectory(beside), PLATFORM_TEMPORARY_PREFIX "XXXXXX")),
+        file_(::mkostemp(path_.data(), O_CLOEXEC)) {}
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   TemporaryFile(TemporaryFile&&) = delete;
   TemporaryFile& operator=(TemporaryFile&&) = delete;
   ~TemporaryFile() {
-    if (file) (void)::unlink(path.c_str());
+    if (file_) (void)::unlink(path_.c_str());
   }
 
-  explicit operator bool() const { return static_cast<bool>(file); }
-
-  bool fill(std::string_view bytes, mode_t mode, const struct stat* owner) {
-    if (owner != nullptr && (owner->st_uid != ::geteuid() || owner->st_gid != ::getegid()) &&
-        ::fchown(file.get(), owner->st_uid, owner->st_gid) != 0) {
-      return false;
-    }
-    return writeAll(file.get(), bytes) && ::fchmod(file.get(), mode) == 0 &&
-           ::fsync(file.get()) == 0;
-  }
-
-  bool publish(const std::string& target) {
-    if (::rename(path.c_str(), target.c_str()) != 0) return false;
-    file.reset();
-    syncParentDirectory(target);
+  int descriptor() const { return file_.get(); }  // negative when it could not be made
+  bool renameTo(const std::string& target) {
+    if (::rename(path_.c_str(), target.c_str()) != 0) return false;
+    file_.reset();
     return true;
   }
 
  private:
-  std::string path;
-  FileDescriptor file;
+  std::string path_;
+  FileDescriptor file_;
 };
+
+// Puts a new file in the path's place, with this owner unless it is null. `what` is what fails.
+Status replaceFile(const std::string& path, std::string_view bytes, mode_t mode,
+                   const struct stat* owner, const std::string& what) {
+  TemporaryFile file(path);
+  if (file.descriptor() < 0) return systemError(what);
+  if (owner != nullptr && (owner->st_uid != ::geteuid() || owner->st_gid != ::getegid()) &&
+      ::fchown(file.descriptor(), owner->st_uid, owner->st_gid) != 0) {
+    return systemError(what);
+  }
+  if (const Status written = writeAll(file.descriptor(), bytes); !written) {
+    return systemError(what, written.error().code);
+  }
+  if (::fchmod(file.descriptor(), mode) != 0 || ::fsync(file.descriptor()) != 0 ||
+      !file.renameTo(path)) {
+    return systemError(what);
+  }
+  syncParentDirectory(path);
+  return {};
+}
 
 }  // namespace
 
@@ -99,37 +96,32 @@ bool FileManager::directoryExistsAtPath(const std::string& path) const {
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-MaybeError FileManager::moveItem(const std::string& from, const std::string& to) const {
+Status FileManager::moveItem(const std::string& from, const std::string& to) const {
   if (!renameWithoutReplacing(from, to)) return systemError("cannot move " + from + " to " + to);
   syncParentDirectory(to);
   if (parentDirectory(from) != parentDirectory(to)) syncParentDirectory(from);
-  return std::nullopt;
+  return {};
 }
 
-MaybeError FileManager::createSymbolicLink(const std::string& path,
-                                           const std::string& target) const {
+Status FileManager::createSymbolicLink(const std::string& path, const std::string& target) const {
   if (::symlink(target.c_str(), path.c_str()) != 0) {
     return systemError("cannot make a link at " + path);
   }
   syncParentDirectory(path);
-  return std::nullopt;
+  return {};
 }
 
-MaybeError FileManager::removeItem(const std::string& path) const {
+Status FileManager::removeItem(const std::string& path) const {
   if (std::remove(path.c_str()) != 0) return systemError("cannot remove " + path);
   syncParentDirectory(path);
-  return std::nullopt;
+  return {};
 }
 
-MaybeError FileManager::createFile(const std::string& path, mode_t mode) const {
-  TemporaryFile file(path);
-  if (!file || !file.fill("", mode, nullptr) || !file.publish(path)) {
-    return systemError("cannot create " + path);
-  }
-  return std::nullopt;
+Status FileManager::createFile(const std::string& path, mode_t mode) const {
+  return replaceFile(path, "", mode, nullptr, "cannot create " + path);
 }
 
-MaybeError FileManager::createDirectory(const std::string& path, mode_t mode) const {
+Status FileManager::createDirectory(const std::string& path, mode_t mode) const {
   // mkdir(2) takes the caller's umask away from the mode, and a folder that a run which is killed
   // has made with the wrong one would keep it.
   const mode_t mask = ::umask(0);
@@ -137,39 +129,31 @@ MaybeError FileManager::createDirectory(const std::string& path, mode_t mode) co
   const int code = errno;
   (void)::umask(mask);
   if (made != 0) {
-    if (code == EEXIST && directoryExistsAtPath(path)) return std::nullopt;
+    if (code == EEXIST && directoryExistsAtPath(path)) return {};
     return systemError("cannot make the folder " + path, code);
   }
   syncParentDirectory(path);
-  return std::nullopt;
+  return {};
 }
 
-MaybeError FileManager::writeInPlace(const std::string& path, std::string_view bytes) const {
+Status FileManager::writeInPlace(const std::string& path, std::string_view bytes) const {
   const FileDescriptor file(
       ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file) return systemError("cannot open " + path);
-  if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0) {
-    const int code = errno;
-    const bool emptied = ::ftruncate(file.get(), 0) == 0;
-    return systemError(std::string(emptied ? "cannot write " : "cannot write or empty ") + path,
-                       code);
-  }
-  return std::nullopt;
+  const Status written = writeAll(file.get(), bytes);
+  if (written && ::fsync(file.get()) == 0) return {};
+  const int code = written ? errno : written.error().code;
+  const bool emptied = ::ftruncate(file.get(), 0) == 0;
+  return systemError((emptied ? "cannot write " : "cannot write or empty ") + path, code);
 }
 
-MaybeError FileManager::writeAtomically(const std::string& path, std::string_view bytes,
-                                        Attributes attributes) const {
+Status FileManager::writeAtomically(const std::string& path, std::string_view bytes,
+                                    Attributes attributes) const {
   struct stat old {};
   const bool keep = attributes == Attributes::KeepExisting && ::stat(path.c_str(), &old) == 0 &&
                     S_ISREG(old.st_mode);
-  TemporaryFile file(path);
-  if (!file ||
-      !file.fill(bytes, keep ? old.st_mode & kPermissionBits : kDefaultFileMode,
-                 keep ? &old : nullptr) ||
-      !file.publish(path)) {
-    return systemError("cannot write " + path);
-  }
-  return std::nullopt;
+  return replaceFile(path, bytes, keep ? old.st_mode & kPermissionBits : kDefaultFileMode,
+                     keep ? &old : nullptr, "cannot write " + path);
 }
 
 Result<std::vector<std::string>> FileManager::contentsOfDirectory(const std::string& path) const {

@@ -1,6 +1,6 @@
 // The host's files, by path. Paths are bytes and handed to the system as they are. Operations that
-// change something return nothing on success and otherwise an error that names the path and the
-// system's reason (strerror(3)); what they publish is synced to disk before they return.
+// change something fail with an error that names the path and the system's reason (strerror(3)),
+// errno being its code; what they publish is synced to disk before they return.
 #pragma once
 
 #include <sys/types.h>
@@ -35,30 +35,30 @@ class FileManager {
 
   // Renames an item, a link as a link. Fails when anything stands at the destination, a dangling
   // link included; both names then stay as they were.
-  MaybeError moveItem(const std::string& from, const std::string& to) const;
+  Status moveItem(const std::string& from, const std::string& to) const;
 
   // Makes a symbolic link at the path. Fails when anything stands there.
-  MaybeError createSymbolicLink(const std::string& path, const std::string& target) const;
+  Status createSymbolicLink(const std::string& path, const std::string& target) const;
 
   // Removes one file, link or empty folder; never a tree and never a link's target.
-  MaybeError removeItem(const std::string& path) const;
+  Status removeItem(const std::string& path) const;
 
   // Puts an empty file with exactly this mode at the path, in place of any file or link there. It
   // is a new file: whoever has the old one open does not see what is written later.
-  MaybeError createFile(const std::string& path, mode_t mode) const;
+  Status createFile(const std::string& path, mode_t mode) const;
 
   // Makes a folder with exactly this mode. A folder that is there already is left as it is, and
   // that is success.
-  MaybeError createDirectory(const std::string& path, mode_t mode) const;
+  Status createDirectory(const std::string& path, mode_t mode) const;
 
   // Overwrites an existing regular file, which keeps its mode and owner. A write that fails leaves
   // the file empty rather than cut off.
-  MaybeError writeInPlace(const std::string& path, std::string_view bytes) const;
+  Status writeInPlace(const std::string& path, std::string_view bytes) const;
 
   // Replaces whatever file or link stands at the path with a new file of this content. When it
   // fails, the old file is whole and no temporary file is left.
-  MaybeError writeAtomically(const std::string& path, std::string_view bytes,
-                             Attributes attributes) const;
+  Status writeAtomically(const std::string& path, std::string_view bytes,
+                         Attributes attributes) const;
 
   // The names in a folder, hidden ones included, "." and ".." not, in the system's order.
   Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) const;

@@ -4,18 +4,16 @@
 #include <sys/file.h>
 
 #include <cerrno>
-#include <cstring>
+
+#include "platform/base/system_error.h"
 
 namespace tessel {
 
 Result<FileDescriptor> lockFolder(const std::string& path) {
-  const auto failed = [&path] {
-    return Error{"cannot lock " + path + ": " + std::strerror(errno)};
-  };
   FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder) return failed();
+  if (!folder) return systemError("cannot lock " + path);
   while (::flock(folder.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) return failed();
+    if (errno != EINTR) return systemError("cannot lock " + path);
   }
   return folder;
 }

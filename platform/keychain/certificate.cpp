@@ -1,17 +1,13 @@
 #include "platform/keychain/certificate.h"
 
 #include <openssl/asn1.h>
-#include <openssl/decoder.h>
 #include <openssl/pem.h>
-#include <openssl/rsa.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <ctime>
-#include <utility>
 
 #include "platform/keychain/openssl.h"
 
@@ -22,50 +18,7 @@ namespace {
 using ExtensionPointer = OpenSSLPointer<X509_EXTENSION, X509_EXTENSION_free>;
 using NamePointer = OpenSSLPointer<X509_NAME, X509_NAME_free>;
 
-std::shared_ptr<EVP_PKEY> share(EVP_PKEY* key) { return {key, EVP_PKEY_free}; }
-std::shared_ptr<X509> share(X509* certificate) { return {certificate, X509_free}; }
-
-// The DER form of an object by its i2d function.
-template <typename T, typename Function>
-std::string encode(const T* object, Function i2d) {
-  unsigned char* bytes = nullptr;
-  const int length = i2d(object, &bytes);
-  if (length < 0) return {};
-  std::string der(reinterpret_cast<const char*>(bytes), static_cast<size_t>(length));
-  OPENSSL_free(bytes);
-  return der;
-}
-
-// Called by OpenSSL when a key is encrypted: notes that, and declines.
-int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* asked) {
-  *static_cast<bool*>(asked) = true;
-  return -1;
-}
-
-// A private key of one of the kinds that TLS servers have; null when there is none, or when it is
-// encrypted, which is noted. Other kinds are not tried: from the parts of a DSA key the library
-// computes its public half, which can be made to take hours.
-EVP_PKEY* decodeKey(std::string_view bytes, const char* form, bool* encrypted) {
-  constexpr std::array kKinds{"RSA", "EC", "ED25519", "ED448", "RSA-PSS"};
-  EVP_PKEY* key = nullptr;
-  for (const char* kind : kKinds) {
-    const OpenSSLPointer<OSSL_DECODER_CTX, OSSL_DECODER_CTX_free> decoder(
-        OSSL_DECODER_CTX_new_for_pkey(&key, form, nullptr, kind, EVP_PKEY_KEYPAIR, nullptr,
-                                      nullptr));
-    bool asked = false;
-    const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-    size_t left = bytes.size();
-    if (!decoder ||
-        OSSL_DECODER_CTX_set_pem_password_cb(decoder.get(), refusePassPhrase, &asked) != 1 ||
-        OSSL_DECODER_from_data(decoder.get(), &data, &left) != 1) {
-      EVP_PKEY_free(std::exchange(key, nullptr));
-    }
-    if (asked && encrypted != nullptr) *encrypted = true;
-    if (key != nullptr || asked) break;
-  }
-  ERR_clear_error();
-  return key;
-}
+std::shared_ptr<X509> owned(X509* certificate) { return {certificate, X509_free}; }
 
 bool addNameEntry(X509_NAME* name, const char* field, const std::string& value) {
   return X509_NAME_add_entry_by_txt(name, field, MBSTRING_UTF8,
@@ -113,63 +66,9 @@ bool isASCII(std::string_view text) {
 
 }  // namespace
 
-Result<PrivateKey> PrivateKey::generateRSA(unsigned bits) {
-  auto key = share(EVP_RSA_gen(bits));
-  if (!key) return opensslError();
-  return PrivateKey(std::move(key));
-}
-
-Result<PrivateKey> PrivateKey::fromDER(std::string_view der) {
-  auto key = share(decodeKey(der, "DER", nullptr));
-  if (!key) return Error{"cannot decode the private key"};
-  return PrivateKey(std::move(key));
-}
-
-Result<PrivateKey> PrivateKey::fromFile(std::string_view bytes) {
-  bool encrypted = false;
-  auto key = share(decodeKey(bytes, nullptr, &encrypted));
-  if (encrypted) return Error{"is encrypted; decrypt it first"};
-  if (!key) return Error{"holds no private key in PEM or DER form"};
-  return PrivateKey(std::move(key));
-}
-
-std::optional<Secret> PrivateKey::der() const {
-  const OpenSSLPointer<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free> info(
-      EVP_PKEY2PKCS8(key.get()));
-  unsigned char* bytes = nullptr;
-  const int length = info ? i2d_PKCS8_PRIV_KEY_INFO(info.get(), &bytes) : -1;
-  if (length < 0) {
-    ERR_clear_error();
-    return std::nullopt;
-  }
-  const auto size = static_cast<size_t>(length);
-  Secret der{std::string_view(reinterpret_cast<const char*>(bytes), size)};
-  OPENSSL_clear_free(bytes, size);
-  return der;
-}
-
-ExportedPEM PrivateKey::encryptedPEM(const Secret& passPhrase) const {
-  const std::string_view phrase = passPhrase.view();
-  const BIOPointer pem(BIO_new(BIO_s_mem()));
-  if (!pem || PEM_write_bio_PrivateKey_traditional(
-                  pem.get(), key.get(), EVP_aes_256_cbc(),
-                  reinterpret_cast<const unsigned char*>(phrase.data()),
-                  static_cast<int>(phrase.size()), nullptr, nullptr) != 1) {
-    return {opensslStatus(), {}};
-  }
-  return {0, contentOf(pem.get())};
-}
-
-std::optional<SHA256Digest> PrivateKey::publicKeyDigest() const {
-  const std::string der = publicKeyDER();
-  return der.empty() ? std::nullopt : sha256(der);
-}
-
-std::string PrivateKey::publicKeyDER() const { return encode(key.get(), i2d_PUBKEY); }
-
 Result<Certificate> Certificate::fromDER(std::string_view der) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
-  auto certificate = share(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
+  auto certificate = owned(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));
   if (!certificate) return opensslError();
   return Certificate(std::move(certificate));
 }
@@ -178,7 +77,7 @@ Result<std::vector<Certificate>> Certificate::allFromFile(std::string_view bytes
   std::vector<Certificate> certificates;
   const BIOPointer pem = memoryBIO(bytes);
   while (X509* next = pem ? PEM_read_bio_X509(pem.get(), nullptr, nullptr, nullptr) : nullptr) {
-    certificates.push_back(Certificate(share(next)));
+    certificates.push_back(Certificate(owned(next)));
   }
   const unsigned long ended = ERR_peek_last_error();
   ERR_clear_error();
@@ -196,7 +95,7 @@ Result<Certificate> Certificate::createSelfSigned(const CertificateRequest& requ
                                                   const PrivateKey& key) {
   // A DNS name in a certificate is an IA5String (RFC 5280, section 4.2.1.6).
   if (!isASCII(request.commonName)) return Error{"a DNS name holds ASCII characters only"};
-  auto certificate = share(X509_new());
+  auto certificate = owned(X509_new());
   const NamePointer subject = subjectOf(request);
   if (!certificate || !subject) {
     return Error{"the name cannot be put into a certificate: " + opensslError().description};
@@ -225,16 +124,28 @@ Result<Certificate> Certificate::createSelfSigned(const CertificateRequest& requ
   return Certificate(std::move(certificate));
 }
 
-std::string Certificate::der() const { return encode(certificate.get(), i2d_X509); }
+Result<std::string> Certificate::der() const { return encoded(certificate_.get(), i2d_X509); }
 
-ExportedPEM Certificate::pem() const {
+Result<std::string> Certificate::pem() const {
   const BIOPointer pem(BIO_new(BIO_s_mem()));
-  if (!pem || PEM_write_bio_X509(pem.get(), certificate.get()) != 1) return {opensslStatus(), {}};
-  return {0, contentOf(pem.get())};
+  if (!pem || PEM_write_bio_X509(pem.get(), certificate_.get()) != 1) return opensslError();
+  return contentOf(pem.get());
+}
+
+Result<SHA256Digest> Certificate::digest() const {
+  const auto bytes = der();
+  if (!bytes) return bytes.error();
+  return sha256(*bytes);
+}
+
+Result<SHA256Digest> Certificate::publicKeyDigest() const {
+  const auto bytes = encoded(X509_get_X509_PUBKEY(certificate_.get()), i2d_X509_PUBKEY);
+  if (!bytes) return bytes.error();
+  return sha256(*bytes);
 }
 
 std::optional<std::string> Certificate::commonName() const {
-  const X509_NAME* subject = X509_get_subject_name(certificate.get());
+  const X509_NAME* subject = X509_get_subject_name(certificate_.get());
   int last = -1;
   for (int i = -1; (i = X509_NAME_get_index_by_NID(subject, NID_commonName, i)) >= 0;) last = i;
   if (last < 0) return std::nullopt;
@@ -250,25 +161,20 @@ std::optional<std::string> Certificate::commonName() const {
   return name;
 }
 
-std::string Certificate::expiryDay() const {
+std::optional<std::string> Certificate::expiryDay() const {
   std::tm time{};
   std::array<char, sizeof "YYYY-MM-DD"> text{};
-  if (ASN1_TIME_to_tm(X509_get0_notAfter(certificate.get()), &time) != 1 ||
+  if (ASN1_TIME_to_tm(X509_get0_notAfter(certificate_.get()), &time) != 1 ||
       std::strftime(text.data(), text.size(), "%Y-%m-%d", &time) == 0) {
-    return {};
+    return std::nullopt;
   }
   return text.data();
 }
 
 bool Certificate::isSelfSigned() const {
-  const bool itIs = X509_self_signed(certificate.get(), 1) == 1;
+  const bool itIs = X509_self_signed(certificate_.get(), 1) == 1;
   ERR_clear_error();
   return itIs;
-}
-
-std::optional<SHA256Digest> Certificate::publicKeyDigest() const {
-  const std::string der = encode(X509_get_X509_PUBKEY(certificate.get()), i2d_X509_PUBKEY);
-  return der.empty() ? std::nullopt : sha256(der);
 }
 
 }  // namespace tessel

@@ -34,9 +34,9 @@ class Statement {
   std::string_view bytes(int column) const;
 
  private:
-  std::shared_ptr<sqlite3_stmt> statement;
-  int bound = 0;
-  int result = 0;  // of the last call, SQLITE_OK at first
+  std::shared_ptr<sqlite3_stmt> statement_;
+  int bound_ = 0;
+  int result_ = 0;  // of the last call, SQLITE_OK at first
 };
 
 class Database {
@@ -56,7 +56,7 @@ class Database {
   bool failedToSyncFolder() const;
 
  private:
-  std::shared_ptr<sqlite3> database;
+  std::shared_ptr<sqlite3> database_;
 };
 
 // Takes the write lock at once and gives it back, undoing every change, unless committed.
@@ -69,13 +69,13 @@ class Transaction {
   Transaction& operator=(Transaction&&) = delete;
   ~Transaction();
 
-  explicit operator bool() const { return begun; }
+  explicit operator bool() const { return begun_; }
   // False when the changes could not be made durable; they are undone then.
   bool commit();
 
  private:
-  const Database& database;
-  bool begun;
+  const Database& database_;
+  bool begun_;
 };
 
 }  // namespace tessel

@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
 
+#include "platform/base/system_error.h"
 #include "platform/files/file_descriptor.h"
 #include "platform/files/file_manager.h"
 #include "platform/files/path.h"
@@ -63,12 +63,6 @@ constexpr const char* kItems = R"(
   FROM item i ORDER BY i.id
 )";
 
-Error systemError(const std::string& what) { return Error{what + ": " + std::strerror(errno)}; }
-
-std::string_view viewOf(const SHA256Digest& digest) {
-  return {reinterpret_cast<const char*>(digest.data()), digest.size()};
-}
-
 bool makeSchema(const Database& database) {
   return database.execute(kItemTable) && database.execute(kItemIndex) &&
          database.execute(kTrustedProgramTable) && database.execute(kHeader);
@@ -80,8 +74,6 @@ bool hasOurSchema(const Database& database) {
   return statement.step() && statement.number(0) == 1;
 }
 
-Error cannotEncode() { return Error{"the cryptographic library cannot encode the key"}; }
-
 bool addItem(const Database& database, const char* itemClass, const std::string& label,
              std::string_view der, const SHA256Digest& publicKey) {
   return database
@@ -89,8 +81,27 @@ bool addItem(const Database& database, const char* itemClass, const std::string&
       .bind(itemClass)
       .bind(label)
       .bindBlob(der)
-      .bindBlob(viewOf(publicKey))
+      .bindBlob(bytesOf(publicKey))
       .run();
+}
+
+// What is stored of a certificate.
+struct EncodedCertificate {
+  std::string der;
+  SHA256Digest publicKeyDigest{};
+};
+
+Result<EncodedCertificate> encode(const Certificate& certificate) {
+  auto der = certificate.der();
+  if (!der) return der.error();
+  const auto digest = certificate.publicKeyDigest();
+  if (!digest) return digest.error();
+  return EncodedCertificate{*std::move(der), *digest};
+}
+
+bool addCertificateItem(const Database& database, const EncodedCertificate& certificate,
+                        const std::string& label) {
+  return addItem(database, "certificate", label, certificate.der, certificate.publicKeyDigest);
 }
 
 bool addPrivateKey(const Database& database, const std::string& label, const Secret& der,
@@ -100,7 +111,7 @@ bool addPrivateKey(const Database& database, const std::string& label, const Sec
                     "VALUES ('private key', ?, ?, ?, ?)")
            .bind(label)
            .bindBlob(der.view())
-           .bindBlob(viewOf(publicKey))
+           .bindBlob(bytesOf(publicKey))
            .bind(access.description)
            .run()) {
     return false;
@@ -120,8 +131,7 @@ bool addPrivateKey(const Database& database, const std::string& label, const Sec
 }
 
 // The label under which this certificate is stored, if it is.
-std::optional<std::string> labelOf(const Database& database, const Certificate& certificate) {
-  const std::string der = certificate.der();
+std::optional<std::string> labelOf(const Database& database, const std::string& der) {
   Statement statement =
       database.prepare("SELECT label FROM item WHERE class = 'certificate' AND der = ?");
   statement.bindBlob(der);
@@ -132,7 +142,7 @@ std::optional<std::string> labelOf(const Database& database, const Certificate& 
 bool hasPrivateKey(const Database& database, const SHA256Digest& publicKey) {
   return database
       .prepare("SELECT 1 FROM item WHERE class = 'private key' AND public_key_digest = ?")
-      .bindBlob(viewOf(publicKey))
+      .bindBlob(bytesOf(publicKey))
       .step();
 }
 
@@ -162,7 +172,7 @@ Result<Keychain> Keychain::open(const std::string& path) {
     if (!S_ISREG(status.st_mode)) return Error{path + " is not a regular file"};
     const auto empty = keychain.openExisting();
     if (!empty) return empty.error();
-    if (*empty) keychain.database.reset();
+    if (*empty) keychain.database_.reset();
     return keychain;
   }
   if (errno != ENOENT) return systemError("cannot read " + path);
@@ -174,89 +184,89 @@ Result<Keychain> Keychain::open(const std::string& path) {
 }
 
 Result<bool> Keychain::openExisting() {
-  Result<Database> opened = Database::open(path);
-  if (!opened) return Error{"cannot read " + path + ": " + opened.error().description};
+  Result<Database> opened = Database::open(path_);
+  if (!opened) return Error{"cannot read " + path_ + ": " + opened.error().description};
   Statement header = opened->prepare(
       "SELECT (SELECT application_id FROM pragma_application_id),"
       " (SELECT user_version FROM pragma_user_version),"
       " (SELECT count(*) FROM sqlite_schema)");
-  if (!header.step()) return Error{path + " is no keychain: " + opened->error().description};
+  if (!header.step()) return Error{path_ + " is no keychain: " + opened->error().description};
   const bool empty = header.number(2) == 0;
-  if (!empty && header.number(0) != kApplicationID) return Error{path + " is no keychain"};
+  if (!empty && header.number(0) != kApplicationID) return Error{path_ + " is no keychain"};
   if (!empty && header.number(1) != kFormatVersion) {
-    return Error{path + " was written by another version of this program"};
+    return Error{path_ + " was written by another version of this program"};
   }
-  if (!empty && !hasOurSchema(*opened)) return Error{path + " is no keychain"};
+  if (!empty && !hasOurSchema(*opened)) return Error{path_ + " is no keychain"};
   // Pages that lead in circles, or to one page many times over, are found here.
   Statement check = opened->prepare("PRAGMA quick_check(1)");
-  if (!check.step()) return Error{"cannot read " + path + ": " + opened->error().description};
-  if (check.bytes(0) != "ok") return Error{path + " is damaged"};
+  if (!check.step()) return Error{"cannot read " + path_ + ": " + opened->error().description};
+  if (check.bytes(0) != "ok") return Error{path_ + " is damaged"};
   if (!opened->execute("PRAGMA foreign_keys = ON")) return opened->error();
-  database = std::move(*opened);
+  database_ = std::move(*opened);
   return empty;
 }
 
-MaybeError Keychain::prepareForWriting() {
-  if (database) return std::nullopt;
+Status Keychain::prepareForWriting() {
+  if (database_) return {};
   const FileDescriptor file(
-      ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kKeychainMode));
+      ::open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kKeychainMode));
   if (!file || ::fchmod(file.get(), kKeychainMode) != 0) {
-    return systemError("cannot create " + path);
+    return systemError("cannot create " + path_);
   }
   const auto empty = openExisting();
-  return empty ? std::nullopt : MaybeError(empty.error());
+  return empty ? Status() : Status(empty.error());
 }
 
 template <typename Function>
-MaybeError Keychain::change(Function function) {
-  if (auto failure = prepareForWriting()) return failure;
-  Transaction transaction(*database);
-  if (!transaction) return database->error();
-  if (database->number("SELECT count(*) FROM sqlite_schema") == 0 &&
-      (::chmod(path.c_str(), kKeychainMode) != 0 || !makeSchema(*database))) {
-    return Error{"cannot make the keychain " + path};
+Status Keychain::change(Function function) {
+  if (Status prepared = prepareForWriting(); !prepared) return prepared;
+  Transaction transaction(*database_);
+  if (!transaction) return database_->error();
+  if (database_->number("SELECT count(*) FROM sqlite_schema") == 0 &&
+      (::chmod(path_.c_str(), kKeychainMode) != 0 || !makeSchema(*database_))) {
+    return Error{"cannot make the keychain " + path_};
   }
-  if (MaybeError failure = function(*database)) return failure;
-  if (!transaction.commit()) return database->error();
-  return std::nullopt;
+  if (Status changed = function(*database_); !changed) return changed;
+  if (!transaction.commit()) return database_->error();
+  return {};
 }
 
 Result<std::vector<Identity>> Keychain::identities(const std::string& label) const {
   std::vector<Identity> found;
-  if (!database) return found;
-  Statement statement = database->prepare(kIdentitiesByLabel);
+  if (!database_) return found;
+  Statement statement = database_->prepare(kIdentitiesByLabel);
   statement.bind(label);
   while (statement.step()) {
     Result<Certificate> certificate = Certificate::fromDER(statement.bytes(0));
     Result<PrivateKey> key = PrivateKey::fromDER(statement.bytes(1));
     if (certificate && key) found.push_back({std::move(*certificate), std::move(*key)});
   }
-  if (statement.failed()) return database->error();
+  if (statement.failed()) return database_->error();
   return found;
 }
 
 Result<std::vector<Certificate>> Keychain::certificates() const {
   std::vector<Certificate> found;
-  if (!database) return found;
+  if (!database_) return found;
   Statement statement =
-      database->prepare("SELECT der FROM item WHERE class = 'certificate' ORDER BY id");
+      database_->prepare("SELECT der FROM item WHERE class = 'certificate' ORDER BY id");
   while (statement.step()) {
     Result<Certificate> certificate = Certificate::fromDER(statement.bytes(0));
     if (certificate) found.push_back(std::move(*certificate));
   }
-  if (statement.failed()) return database->error();
+  if (statement.failed()) return database_->error();
   return found;
 }
 
 Result<Identity> Keychain::identityWithCertificate(const Certificate& certificate) const {
   const auto digest = certificate.publicKeyDigest();
-  if (!digest) return cannotEncode();
-  if (!database) return Error{"the keychain is empty"};
-  Statement statement = database->prepare(
+  if (!digest) return digest.error();
+  if (!database_) return Error{"the keychain is empty"};
+  Statement statement = database_->prepare(
       "SELECT der FROM item WHERE class = 'private key' AND public_key_digest = ? ORDER BY id");
-  statement.bindBlob(viewOf(*digest));
+  statement.bindBlob(bytesOf(*digest));
   if (!statement.step()) {
-    return statement.failed() ? database->error()
+    return statement.failed() ? database_->error()
                               : Error{"the keychain holds no private key for the certificate"};
   }
   Result<PrivateKey> key = PrivateKey::fromDER(statement.bytes(0));
@@ -264,44 +274,47 @@ Result<Identity> Keychain::identityWithCertificate(const Certificate& certificat
   return Identity{certificate, std::move(*key)};
 }
 
-MaybeError Keychain::addKeyPair(const PrivateKey& key, const std::string& label,
-                                const AccessObject& access) {
+Status Keychain::addKeyPair(const PrivateKey& key, const std::string& label,
+                            const AccessObject& access) {
   const auto digest = key.publicKeyDigest();
+  if (!digest) return digest.error();
+  const auto publicKey = key.publicKeyDER();
+  if (!publicKey) return publicKey.error();
   const auto der = key.der();
-  if (!digest || !der) return cannotEncode();
-  return change([&](const Database& db) -> MaybeError {
+  if (!der) return der.error();
+  return change([&](const Database& db) -> Status {
     if (!addPrivateKey(db, label, *der, *digest, access) ||
-        !addItem(db, "public key", label, key.publicKeyDER(), *digest)) {
+        !addItem(db, "public key", label, *publicKey, *digest)) {
       return db.error();
     }
-    return std::nullopt;
+    return {};
   });
 }
 
-MaybeError Keychain::addCertificate(const Certificate& certificate, const std::string& label) {
-  const auto digest = certificate.publicKeyDigest();
-  if (!digest) return cannotEncode();
-  return change([&](const Database& db) -> MaybeError {
-    if (!addItem(db, "certificate", label, certificate.der(), *digest)) return db.error();
-    return std::nullopt;
+Status Keychain::addCertificate(const Certificate& certificate, const std::string& label) {
+  const auto encoded = encode(certificate);
+  if (!encoded) return encoded.error();
+  return change([&](const Database& db) -> Status {
+    if (!addCertificateItem(db, *encoded, label)) return db.error();
+    return {};
   });
 }
 
-MaybeError Keychain::deletePublicKey(const PrivateKey& key) {
+Status Keychain::deletePublicKey(const PrivateKey& key) {
   const auto digest = key.publicKeyDigest();
-  if (!digest) return cannotEncode();
-  return change([&](const Database& db) -> MaybeError {
+  if (!digest) return digest.error();
+  return change([&](const Database& db) -> Status {
     Statement statement =
         db.prepare("DELETE FROM item WHERE class = 'public key' AND public_key_digest = ?");
-    if (!statement.bindBlob(viewOf(*digest)).run()) return db.error();
-    return std::nullopt;
+    if (!statement.bindBlob(bytesOf(*digest)).run()) return db.error();
+    return {};
   });
 }
 
 Result<std::vector<KeychainItem>> Keychain::items() const {
   std::vector<KeychainItem> found;
-  if (!database) return found;
-  Statement statement = database->prepare(kItems);
+  if (!database_) return found;
+  Statement statement = database_->prepare(kItems);
   while (statement.step()) {
     const std::string_view itemClass = statement.bytes(1);
     const bool paired = statement.number(4) != 0;
@@ -320,22 +333,30 @@ Result<std::vector<KeychainItem>> Keychain::items() const {
     }
     found.push_back(std::move(item));
   }
-  if (statement.failed()) return database->error();
+  if (statement.failed()) return database_->error();
   return found;
 }
 
 Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& chain,
                                                const PrivateKey& key, const std::string& label,
                                                const AccessObject& access) {
-  const Certificate& leaf = chain.front();
-  const auto digest = leaf.publicKeyDigest();
   const auto der = key.der();
-  if (!digest || !der) return cannotEncode();
-  if (key.publicKeyDigest() != digest) return Error{"the key does not belong to the certificate"};
+  if (!der) return der.error();
+  const auto digest = key.publicKeyDigest();
+  if (!digest) return digest.error();
+  std::vector<EncodedCertificate> certificates;
+  for (const Certificate& certificate : chain) {
+    auto encoded = encode(certificate);
+    if (!encoded) return encoded.error();
+    certificates.push_back(*std::move(encoded));
+  }
+  if (certificates.front().publicKeyDigest != *digest) {
+    return Error{"the key does not belong to the certificate"};
+  }
 
   auto outcome = ImportOutcome::AlreadyThere;
-  const MaybeError failure = change([&](const Database& db) -> MaybeError {
-    const auto present = labelOf(db, leaf);
+  const Status imported = change([&](const Database& db) -> Status {
+    const auto present = labelOf(db, certificates.front().der);
     if (present && *present != label) {
       return Error{"the certificate is there already, labelled \"" + *present + "\""};
     }
@@ -343,27 +364,22 @@ Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& c
       if (!addPrivateKey(db, label, *der, *digest, access)) return db.error();
       outcome = ImportOutcome::Imported;
     }
-    for (const Certificate& certificate : chain) {
-      if (labelOf(db, certificate)) continue;
-      const auto publicKey = certificate.publicKeyDigest();
-      if (!publicKey) return cannotEncode();
-      const bool isLeaf = &certificate == &leaf;
-      if (!addItem(db, "certificate", isLeaf ? label : certificate.commonName().value_or(""),
-                   certificate.der(), *publicKey)) {
-        return db.error();
-      }
+    for (size_t i = 0; i < chain.size(); ++i) {
+      if (labelOf(db, certificates[i].der)) continue;
+      const std::string itsLabel = i == 0 ? label : chain[i].commonName().value_or("");
+      if (!addCertificateItem(db, certificates[i], itsLabel)) return db.error();
       outcome = ImportOutcome::Imported;
     }
-    return std::nullopt;
+    return {};
   });
-  if (failure) return *failure;
+  if (!imported) return imported.error();
   return outcome;
 }
 
-MaybeError Keychain::deleteItem(std::int64_t id) {
+Status Keychain::deleteItem(std::int64_t id) {
   const Error noSuchItem{"the keychain holds no item " + std::to_string(id)};
-  if (!database) return noSuchItem;
-  return change([&](const Database& db) -> MaybeError {
+  if (!database_) return noSuchItem;
+  return change([&](const Database& db) -> Status {
     Statement item = db.prepare("SELECT class, public_key_digest FROM item WHERE id = ?");
     if (!item.bind(id).step()) return item.failed() ? db.error() : noSuchItem;
     const bool isCertificate = item.bytes(0) == "certificate";
@@ -378,7 +394,7 @@ MaybeError Keychain::deleteItem(std::int64_t id) {
              .run()) {
       return db.error();
     }
-    return std::nullopt;
+    return {};
   });
 }
 

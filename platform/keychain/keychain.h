@@ -61,11 +61,10 @@ class Keychain {
   Result<Identity> identityWithCertificate(const Certificate& certificate) const;
 
   // Adds a private key with its access object and its public key as two items.
-  MaybeError addKeyPair(const PrivateKey& key, const std::string& label,
-                        const AccessObject& access);
-  MaybeError addCertificate(const Certificate& certificate, const std::string& label);
+  Status addKeyPair(const PrivateKey& key, const std::string& label, const AccessObject& access);
+  Status addCertificate(const Certificate& certificate, const std::string& label);
   // Removes the public-key item of this key pair, if there is one.
-  MaybeError deletePublicKey(const PrivateKey& key);
+  Status deletePublicKey(const PrivateKey& key);
 
   // What the keychain holds in the order in which it was added; the private key of an identity is
   // part of it and not listed by itself.
@@ -78,22 +77,22 @@ class Keychain {
                                        const std::string& label, const AccessObject& access);
 
   // Removes an item by its id; with the last certificate of a private key goes the key.
-  MaybeError deleteItem(std::int64_t id);
+  Status deleteItem(std::int64_t id);
 
  private:
-  explicit Keychain(std::string path) : path(std::move(path)) {}
+  explicit Keychain(std::string path) : path_(std::move(path)) {}
 
   // Whether the file is empty: it has no schema, as a run leaves it that was killed before its
   // first change.
   Result<bool> openExisting();
-  MaybeError prepareForWriting();
-  // Runs `function(const Database&)`, which returns a MaybeError, in one transaction that is undone
+  Status prepareForWriting();
+  // Runs `function(const Database&)`, which returns a Status, in one transaction that is undone
   // when it fails.
   template <typename Function>
-  MaybeError change(Function function);
+  Status change(Function function);
 
-  std::string path;
-  std::optional<Database> database;  // none while there is nothing in the file
+  std::string path_;
+  std::optional<Database> database_;  // none while there is nothing in the file
 };
 
 }  // namespace tessel

@@ -35,20 +35,26 @@ inline std::string contentOf(BIO* bio) {
   return {data, static_cast<size_t>(size)};
 }
 
-// The oldest reason in OpenSSL's queue of errors, which is the deepest one, as text; the queue is
-// empty afterwards.
+// The oldest reason in OpenSSL's queue of errors, which is the deepest one, with the library's
+// number for it; a number is positive even when there is no reason. The queue is empty afterwards.
 inline Error opensslError() {
-  const unsigned long code = ERR_get_error();
+  const unsigned long number = ERR_get_error();
   ERR_clear_error();
-  const char* reason = code == 0 ? nullptr : ERR_reason_error_string(code);
-  return Error{reason == nullptr ? "unknown error of the cryptographic library" : reason};
+  const char* reason = number == 0 ? nullptr : ERR_reason_error_string(number);
+  const auto code = static_cast<int>(number & 0x7FFFFFFFU);
+  return Error{reason == nullptr ? "unknown error of the cryptographic library" : reason,
+               code == 0 ? 1 : code};
 }
 
-// The same as a positive number.
-inline int opensslStatus() {
-  const unsigned long code = ERR_get_error() & 0x7FFFFFFFU;
-  ERR_clear_error();
-  return code == 0 ? 1 : static_cast<int>(code);
+// The DER form of an object by its i2d function.
+template <typename Object, typename Function>
+Result<std::string> encoded(const Object* object, Function i2d) {
+  unsigned char* bytes = nullptr;
+  const int length = i2d(object, &bytes);
+  if (length < 0) return opensslError();
+  std::string der(reinterpret_cast<const char*>(bytes), static_cast<size_t>(length));
+  OPENSSL_free(bytes);
+  return der;
 }
 
 }  // namespace tessel

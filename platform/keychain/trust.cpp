@@ -38,10 +38,10 @@ bool namesHost(X509* certificate, const std::string& hostName) {
 
 std::optional<ServerPolicy> ServerPolicy::create(const std::string& hostName) {
   ServerPolicy policy;
-  policy.parameters = {X509_VERIFY_PARAM_new(), X509_VERIFY_PARAM_free};
-  policy.hostName = hostName;
-  if (!policy.parameters ||
-      X509_VERIFY_PARAM_set_purpose(policy.parameters.get(), X509_PURPOSE_SSL_SERVER) != 1) {
+  policy.parameters_ = {X509_VERIFY_PARAM_new(), X509_VERIFY_PARAM_free};
+  policy.hostName_ = hostName;
+  if (!policy.parameters_ ||
+      X509_VERIFY_PARAM_set_purpose(policy.parameters_.get(), X509_PURPOSE_SSL_SERVER) != 1) {
     return std::nullopt;
   }
   return policy;
@@ -50,36 +50,36 @@ std::optional<ServerPolicy> ServerPolicy::create(const std::string& hostName) {
 std::optional<Trust> Trust::create(const Certificate& certificate, const ServerPolicy& policy,
                                    const std::vector<Certificate>& others) {
   Trust trust(certificate);
-  trust.hostName = policy.hostName;
-  trust.others = others;
-  trust.chain = {sk_X509_new_null(), [](STACK_OF(X509) * stack) { sk_X509_free(stack); }};
-  trust.anchors = {X509_STORE_new(), X509_STORE_free};
-  trust.context = {X509_STORE_CTX_new(), X509_STORE_CTX_free};
-  if (!trust.chain || !trust.anchors || !trust.context) return std::nullopt;
-  std::vector<const X509*> handles{trust.certificate.handle()};
-  for (const Certificate& other : trust.others) {
-    if (sk_X509_push(trust.chain.get(), other.handle()) == 0) return std::nullopt;
+  trust.hostName_ = policy.hostName_;
+  trust.others_ = others;
+  trust.chain_ = {sk_X509_new_null(), [](STACK_OF(X509) * stack) { sk_X509_free(stack); }};
+  trust.anchors_ = {X509_STORE_new(), X509_STORE_free};
+  trust.context_ = {X509_STORE_CTX_new(), X509_STORE_CTX_free};
+  if (!trust.chain_ || !trust.anchors_ || !trust.context_) return std::nullopt;
+  std::vector<const X509*> handles{trust.certificate_.handle()};
+  for (const Certificate& other : trust.others_) {
+    if (sk_X509_push(trust.chain_.get(), other.handle()) == 0) return std::nullopt;
     handles.push_back(other.handle());
   }
-  addTrustAnchors(trust.anchors.get(), handles);
-  if (X509_STORE_set1_param(trust.anchors.get(), policy.parameters.get()) != 1 ||
-      X509_STORE_CTX_init(trust.context.get(), trust.anchors.get(), trust.certificate.handle(),
-                          trust.chain.get()) != 1) {
+  addTrustAnchors(trust.anchors_.get(), handles);
+  if (X509_STORE_set1_param(trust.anchors_.get(), policy.parameters_.get()) != 1 ||
+      X509_STORE_CTX_init(trust.context_.get(), trust.anchors_.get(), trust.certificate_.handle(),
+                          trust.chain_.get()) != 1) {
     return std::nullopt;
   }
   return trust;
 }
 
 TrustResult Trust::evaluate() const {
-  const int verified = X509_verify_cert(context.get());
+  const int verified = X509_verify_cert(context_.get());
   ERR_clear_error();
   if (verified < 0) return TrustResult::Invalid;
   if (verified == 0) {
-    return isBroken(X509_STORE_CTX_get_error(context.get())) ? TrustResult::FatalFailure
-                                                             : TrustResult::RecoverableFailure;
+    return isBroken(X509_STORE_CTX_get_error(context_.get())) ? TrustResult::FatalFailure
+                                                              : TrustResult::RecoverableFailure;
   }
-  return namesHost(certificate.handle(), hostName) ? TrustResult::Unspecified
-                                                   : TrustResult::RecoverableFailure;
+  return namesHost(certificate_.handle(), hostName_) ? TrustResult::Unspecified
+                                                     : TrustResult::RecoverableFailure;
 }
 
 }  // namespace tessel

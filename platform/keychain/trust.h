@@ -33,8 +33,8 @@ class ServerPolicy {
 
  private:
   friend class Trust;
-  std::shared_ptr<X509_VERIFY_PARAM_st> parameters;
-  std::string hostName;
+  std::shared_ptr<X509_VERIFY_PARAM_st> parameters_;
+  std::string hostName_;
 };
 
 // One certificate about to be evaluated under a policy.
@@ -50,14 +50,14 @@ class Trust {
   TrustResult evaluate() const;
 
  private:
-  Certificate certificate;
-  std::string hostName;
-  std::vector<Certificate> others;
-  std::shared_ptr<stack_st_X509> chain;  // of `others`
-  std::shared_ptr<x509_store_st> anchors;
-  std::shared_ptr<x509_store_ctx_st> context;  // uses all of the above
+  explicit Trust(Certificate certificate) : certificate_(std::move(certificate)) {}
 
-  explicit Trust(Certificate certificate) : certificate(std::move(certificate)) {}
+  Certificate certificate_;
+  std::string hostName_;
+  std::vector<Certificate> others_;
+  std::shared_ptr<stack_st_X509> chain_;  // of the others
+  std::shared_ptr<x509_store_st> anchors_;
+  std::shared_ptr<x509_store_ctx_st> context_;  // uses all of the above
 };
 
 }  // namespace tessel

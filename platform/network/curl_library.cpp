@@ -28,7 +28,7 @@ Result<CurlLibrary> CurlLibrary::load() {
   // Never unloaded: other libraries that it brings along do not expect to be.
   void* library = ::dlopen(kFileName, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (library == nullptr) return loadingError();
-  curl.handle = {library, ::dlclose};
+  curl.handle_ = {library, ::dlclose};
   const bool complete =
       find(library, "curl_easy_cleanup", curl.easy_cleanup) &&
       find(library, "curl_easy_getinfo", curl.easy_getinfo) &&

@@ -29,7 +29,7 @@ struct CurlLibrary {
   decltype(&::curl_url_strerror) url_strerror;
 
  private:
-  std::shared_ptr<void> handle;
+  std::shared_ptr<void> handle_;
 };
 
 }  // namespace tessel

@@ -139,7 +139,7 @@ class XMLScanner {
 // big-endian).
 class BinaryScanner {
  public:
-  explicit BinaryScanner(std::string_view bytes) : bytes(bytes) {}
+  explicit BinaryScanner(std::string_view list) : bytes(list) {}
 
   bool scan() {
     if (bytes.size() < kHeaderSize + kTrailerSize) return false;

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "platform/base/text.h"
+#include "platform/base/hexadecimal.h"
 
 namespace tessel {
 

@@ -18,7 +18,7 @@ namespace tessel {
 // One value of a list, which must outlive it.
 class PropertyListValue {
  public:
-  explicit PropertyListValue(void* node) : node(node) {}
+  explicit PropertyListValue(void* value) : node(value) {}
 
   // The text of a string; none for every other type.
   std::optional<std::string> string() const;
@@ -84,7 +84,7 @@ class PropertyList {
 
  private:
   using Root = std::unique_ptr<void, void (*)(void*)>;
-  explicit PropertyList(Root dictionary) : dictionary(std::move(dictionary)) {}
+  explicit PropertyList(Root root) : dictionary(std::move(root)) {}
 
   Root dictionary;  // plist_t
 };

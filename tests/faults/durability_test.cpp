@@ -14,7 +14,7 @@ TEST_P(Durability, IsThereBeforeAnybodyIsTold) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Fault, Durability, testing::ValuesIn(scenarios()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 TEST(DurabilityChecker, SeesEachMissingSync) {
   const std::vector<std::string> steps{

@@ -84,8 +84,8 @@ void expectFailure(const FaultHost& host, const std::string& call, int status) {
   const std::string what = std::string(host.scenario.name) + " " + call;
   const std::string errors = std::regex_replace(
       host.read("/tmp/err"), std::regex("\033\\[31mError: ([^\033]*)\033\\[0m"), "!$1");
-  const auto rule = std::find_if(kRules.begin(), kRules.end(), [&](const Rule& rule) {
-    return matches(what, rule.what) && status == rule.status && matches(errors, rule.errors);
+  const auto rule = std::find_if(kRules.begin(), kRules.end(), [&](const Rule& one) {
+    return matches(what, one.what) && status == one.status && matches(errors, one.errors);
   });
   ASSERT_NE(rule, kRules.end()) << what << "\n" << status << " " << errors;
   EXPECT_TRUE(status == 0 || !std::regex_search(host.read("/tmp/out"),
@@ -153,7 +153,7 @@ TEST_P(Failure, IsReportedAndLosesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Fault, Failure, testing::ValuesIn(scenarios()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 struct Disk {
   std::string scenario;

@@ -53,6 +53,6 @@ TEST_P(Kill, LeavesTheOldOrTheNewAndIsDoneByDoingItAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Fault, Kill, testing::ValuesIn(scenarios()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& one) { return std::string(one.param.name); });
 
 }  // namespace

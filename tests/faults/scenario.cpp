@@ -114,7 +114,7 @@ const std::vector<Scenario>& scenarios() {
   return all;
 }
 
-FaultHost::FaultHost(const Scenario& scenario) : scenario(scenario) {
+FaultHost::FaultHost(const Scenario& tried) : scenario(tried) {
   environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot be traced as well
   const Outcome made = shell("umask 022\n" + scenario.prepare);
   if (made.status != 0) throw std::runtime_error(made.errors);

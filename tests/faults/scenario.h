@@ -36,7 +36,7 @@ class FaultHost : public ShareHost {
     std::string shown;
   };
 
-  explicit FaultHost(const Scenario& scenario);
+  explicit FaultHost(const Scenario& tried);
 
   // Runs the command, behind a prefix, on the state before, then a script that may call
   // `keep FOLDER`, which copies the state there. Returns the command's exit status and then the

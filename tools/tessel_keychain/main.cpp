@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/hexadecimal.h"
 #include "platform/base/text.h"
 #include "platform/files/file_manager.h"
 #include "platform/keychain/certificate.h"
@@ -68,9 +69,8 @@ std::string shown(const std::string& label) {
 // The beginning of the certificate's SHA-256, as in the names of the exported files.
 std::string fingerprint(const Certificate& certificate) {
   constexpr size_t kShownBytes = 8;
-  const auto digest = sha256(certificate.der());
-  if (!digest) return "-";
-  return hexadecimal({reinterpret_cast<const char*>(digest->data()), kShownBytes});
+  const auto digest = certificate.digest();
+  return digest ? hexadecimal(bytesOf(*digest).substr(0, kShownBytes)) : "-";
 }
 
 int list(const Keychain& keychain) {
@@ -87,7 +87,7 @@ int list(const Keychain& keychain) {
   row("ID", "KIND", "EXPIRES", "SHA-256", "LABEL");
   for (const KeychainItem& item : *items) {
     row(std::to_string(item.id), nameOf(item.kind),
-        item.certificate ? item.certificate->expiryDay() : "-",
+        item.certificate ? item.certificate->expiryDay().value_or("") : "-",
         item.certificate ? fingerprint(*item.certificate) : "-", shown(item.label));
   }
   return kDone;
@@ -120,7 +120,9 @@ int import(Keychain& keychain, const std::string& certificatePath, const std::st
 }
 
 int deleteItem(Keychain& keychain, std::int64_t id) {
-  if (const auto failure = keychain.deleteItem(id)) return fail(failure->description);
+  if (const Status deleted = keychain.deleteItem(id); !deleted) {
+    return fail(deleted.error().description);
+  }
   printLine("Deleted item " + std::to_string(id));
   return kDone;
 }

@@ -3,33 +3,23 @@
 #include <chrono>
 #include <mutex>
 
-#include "platform/base/text.h"
 #include "shares/share_point.h"
 
 namespace tessel {
 
 namespace {
 
-std::optional<DirectoryNode> localNode() {
-  const auto session = DirectorySession::open();
-  return session ? session->localNode() : std::nullopt;
-}
-
 std::optional<std::string> readFolder(const std::string& name) {
-  const auto node = localNode();
-  if (!node) return std::nullopt;
-  const RecordResult found = node->sharePoint(name);
-  if (!found.record) return std::nullopt;
-  const auto attributes = found.record->details();
-  if (!attributes) return std::nullopt;
-  const auto flag = attributes->find(kWebDAVShared);
-  const auto path = attributes->find(kDirectoryPath);
-  if (flag == attributes->end() || leadingInteger(flag->second.front()) != 1) return std::nullopt;
-  if (path == attributes->end()) return std::nullopt;
-  const std::string& folder = path->second.front();
+  const auto node = openLocalNode();
+  const auto record = node ? node->sharePoint(name) : node.error();
+  const auto details = record && *record ? (*record)->details() : Error{"no such share point"};
+  const auto share = details ? sharePointOf(*details) : std::nullopt;
+  if (!share || !share->webdav) return std::nullopt;
   // A relative path means nothing to a server, and what follows a NUL byte is lost to the system.
-  if (!folder.starts_with('/') || folder.find('\0') != std::string::npos) return std::nullopt;
-  return folder;
+  if (!share->folder.starts_with('/') || share->folder.find('\0') != std::string::npos) {
+    return std::nullopt;
+  }
+  return share->folder;
 }
 
 // Whether a change that comes from now on is bound to give the file another stamp. File systems
@@ -45,30 +35,28 @@ bool isSettled(const RecordStamp& stamp) {
 std::optional<std::string> ShareFolders::folder(const std::string& name) {
   const auto stamp = sharePointStamp(name);
   if (!stamp) {
-    const std::unique_lock lock(mutex);
-    entries.erase(name);
+    const std::unique_lock lock(mutex_);
+    entries_.erase(name);
     return std::nullopt;
   }
   {
-    const std::shared_lock lock(mutex);
-    const auto known = entries.find(name);
-    if (known != entries.end() && known->second.stamp == *stamp) return known->second.folder;
+    const std::shared_lock lock(mutex_);
+    const auto known = entries_.find(name);
+    if (known != entries_.end() && known->second.stamp == *stamp) return known->second.folder;
   }
   // Read after the stamp was taken: a change in between is seen by the next look-up.
   std::optional<std::string> folder = readFolder(name);
   if (isSettled(*stamp)) {
-    const std::unique_lock lock(mutex);
-    entries.insert_or_assign(name, Entry{*stamp, folder});
+    const std::unique_lock lock(mutex_);
+    entries_.insert_or_assign(name, Entry{*stamp, folder});
   }
   return folder;
 }
 
 std::vector<std::string> ShareFolders::names() {
   std::vector<std::string> shared;
-  const auto node = localNode();
-  const auto query = node ? node->querySharePoints() : std::nullopt;
-  if (!query) return shared;
-  const auto names = query->names();
+  const auto node = openLocalNode();
+  const auto names = node ? node->sharePointNames() : node.error();
   if (!names) return shared;
   for (const std::string& name : *names) {
     if (folder(name)) shared.push_back(name);

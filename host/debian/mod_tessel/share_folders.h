@@ -29,8 +29,8 @@ class ShareFolders {
     std::optional<std::string> folder;
   };
 
-  std::shared_mutex mutex;
-  std::map<std::string, Entry> entries;  // no more than there are records
+  std::shared_mutex mutex_;
+  std::map<std::string, Entry> entries_;  // no more than there are records
 };
 
 }  // namespace tessel

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/base/hexadecimal.h"
 #include "platform/base/text.h"
 
 namespace tessel {
@@ -102,7 +103,6 @@ std::string propstats(const ListedCollection& collection, const PropertyRequest&
 }  // namespace
 
 std::string percentEncoded(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
   constexpr std::string_view kUnreserved = "-._~";
   std::string encoded;
   for (const char c : bytes) {
@@ -111,8 +111,7 @@ std::string percentEncoded(std::string_view bytes) {
     if (isAlphanumeric || kUnreserved.find(c) != std::string_view::npos) {
       encoded += c;
     } else {
-      const unsigned byte = static_cast<unsigned char>(c);
-      encoded += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+      encoded += percentEncoded(c);
     }
   }
   return encoded;

@@ -1,4 +1,8 @@
-#include "control/user_job.h"
+#include "control/user_jobs.h"
+
+#include <utility>
+
+#include "platform/files/file_manager.h"
 
 namespace tessel {
 
@@ -15,6 +19,15 @@ std::string takeExtension(std::string& text) {
 }
 
 }  // namespace
+
+std::vector<std::string> tesselPlists(const std::string& launchAgentsDirectory) {
+  auto names = FileManager().contentsOfDirectory(launchAgentsDirectory);
+  if (!names) return {};
+  std::erase_if(*names, [](const std::string& name) {
+    return name.find("org.apache.httpd.tessel") == std::string::npos;
+  });
+  return *std::move(names);
+}
 
 UserJob userJob(std::string name) {
   UserJob job;

@@ -1,0 +1,28 @@
+// Where Tessel's files are. The places are fixed: Apache's configuration, the package and
+// administrators know them too.
+#pragma once
+
+#include <string>
+
+namespace tessel {
+
+inline constexpr const char* kTesselFolder = "/etc/tessel";
+// Nobody but root can open it, so that nobody else can hold the lock on it.
+inline constexpr const char* kTesselStateFolder = "/var/lib/tessel";
+
+// The folder from which Apache picks up configurations, and the property list of its environment.
+inline constexpr const char* kApacheOtherFolder = "/etc/apache2/other";
+inline constexpr const char* kApacheEnvironmentFile = "/etc/apache2/env.plist";
+
+// The program that prints the pass phrase of the exported key.
+inline constexpr const char* kPassPhraseToolFile = "/etc/tessel/getSSLPassPhrase.sh";
+
+// The files that are exported for Apache under a certificate ID.
+inline std::string exportedKeyPath(const std::string& certID) {
+  return std::string(kTesselFolder) + "/" + certID + ".key.pem";
+}
+inline std::string exportedCertificatePath(const std::string& certID) {
+  return std::string(kTesselFolder) + "/" + certID + ".cert.pem";
+}
+
+}  // namespace tessel
