@@ -63,11 +63,11 @@ bool TesselCtl::diagnose() {
 }
 
 void TesselCtl::reportUserJobs() const {
-  const std::vector<std::string> names = tesselPlists(launchAgentsDirectory);
-  if (names.empty()) return;
-  print(std::to_string(names.size()) + " Active Users:\n\n");
+  const size_t count = tesselPlists(launchAgentsDirectory).size();
+  if (count == 0) return;
+  print(std::to_string(count) + " Active Users:\n\n");
   printUserRow("USER", "PORT", "RESPONDING?", "MAPPER-PID", "PID-ALIVE?");
-  for (const std::string& name : names) {
+  for (const std::string& name : tesselPlists(launchAgentsDirectory)) {
     const UserJob job = userJob(name);
     const bool alive = processExists(leadingInteger(job.mapperPID));
     // The identity is looked up further on, so that there is no name to ask yet.

@@ -34,7 +34,7 @@ bool TesselCtl::start() {
     (void)unloadLaunchJob(kApacheJobLabel);
     (void)fileManager.removeItem(tesselStartedApacheFilePath);
   } else {
-    (void)fileManager.createFile(tesselStartedApacheFilePath, kDefaultFileMode);
+    (void)fileManager.createFile(tesselStartedApacheFilePath, defaultFileMode());
   }
   (void)loadLaunchJob(kApacheJobLabel);
 

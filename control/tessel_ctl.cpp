@@ -1,10 +1,11 @@
 #include "control/tessel_ctl.h"
 
+#include <chrono>
 #include <utility>
 
 #include "contract/paths.h"
 #include "control/launch_jobs.h"
-#include "platform/files/folder_lock.h"
+#include "platform/files/lock.h"
 #include "platform/files/path.h"
 #include "platform/process/console.h"
 #include "shares/share_addition.h"
@@ -53,13 +54,19 @@ void TesselCtl::loadEnvironment() {
 }
 
 // Held while Tessel is turned on or off, which is one change: the steps of two runs at once, mixed
-// up, leave two identities, or an Apache that is off with a marker that says otherwise. Whoever was
-// waited for may have changed the environment. Only root can open the folder, and so make others
-// wait. Where there is none, the run goes on.
-Result<FileDescriptor> TesselCtl::waitForTurn() {
-  auto turn = lockFolder(kTesselStateFolder);
+// up, leave two identities, or an Apache that is off with a marker that says otherwise. A run that
+// hangs must not keep an administrator from turning Tessel off, and where there is nothing to lock
+// the work is done as well. Whoever was waited for may have changed the environment.
+FileDescriptor TesselCtl::waitForTurn() {
+  constexpr std::chrono::seconds kLongestWait(30);
+  constexpr std::chrono::seconds kLongestSilence(1);
+  const auto tell = [](const std::string& holder) {
+    printErrorLine("Waiting for " + holder + ", which is turning Tessel on or off...");
+  };
+  auto turn = lockFolder(kTesselStateFolder, {kLongestWait, kLongestSilence, tell});
+  if (turn && !*turn) printErrorLine("It does not end; going on without waiting for it.");
   loadEnvironment();
-  return turn;
+  return turn && *turn ? *std::move(*turn) : FileDescriptor();
 }
 
 // The newlines inside two of the messages, and the bare name in one, are part of the interface.

@@ -58,9 +58,9 @@ class TesselCtl {
   bool isInstalled() const;
   // One that is missing or unusable counts as empty.
   void loadEnvironment();
-  // Until no other start or stop runs, and as long as the descriptor is held. Reads the environment
-  // anew.
-  Result<FileDescriptor> waitForTurn();
+  // Waits until no other start or stop runs, but no longer than 30 seconds, and reads the
+  // environment anew. The others wait as long as the descriptor is held.
+  FileDescriptor waitForTurn();
 
   // start.cpp
   bool activateApacheConfig() const;

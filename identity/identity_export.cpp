@@ -6,7 +6,7 @@
 #include "contract/paths.h"
 #include "identity/certificate_id.h"
 #include "platform/files/file_manager.h"
-#include "platform/files/folder_lock.h"
+#include "platform/files/lock.h"
 #include "platform/files/path.h"
 #include "platform/keychain/random.h"
 #include "platform/process/console.h"

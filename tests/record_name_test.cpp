@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,7 +11,6 @@ namespace {
 
 using tessel::isRecordFileName;
 using tessel::recordFileName;
-using tessel::recordName;
 
 TEST(RecordName, EncodesWhatAFileNameCannotHold) {
   const std::vector<std::pair<std::string, std::string>> cases{
@@ -29,14 +27,6 @@ TEST(RecordName, EncodesWhatAFileNameCannotHold) {
   for (const auto& [name, fileName] : cases) {
     EXPECT_EQ(recordFileName(name), fileName);
     EXPECT_TRUE(isRecordFileName(fileName)) << fileName;
-    EXPECT_EQ(recordName(fileName), name);
-  }
-}
-
-TEST(RecordName, WhatNoNameGivesIsNoRecordsName) {
-  for (const char* fileName : {"%2f.plist", "%.plist", "%2.plist", "%41.plist", "a%2.plist",
-                               "a/b.plist", "a\nb.plist", ".plist", ".a.plist", "a", "%2E.%2E"}) {
-    EXPECT_EQ(recordName(fileName), std::nullopt) << fileName;
   }
 }
 

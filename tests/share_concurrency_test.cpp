@@ -10,7 +10,7 @@ const std::string kFile = kRecordFolder + "/Projects.plist";
 
 // flag NAME ATTRIBUTE: what another file-sharing service does to set a flag of its own in a record
 // that exists, by the common locking rule.
-const std::string kFlag = "flag() { flock " + kRecordFolder + R"( sh -c '
+const std::string kFlag = "flag() { flock " + kRecordLock + R"( sh -c '
   [ -f "$0" ] || exit 1
   sed "s|^</dict>|<key>$1</key>\n<array>\n<string>1</string>\n</array>\n</dict>|" "$0" > "$0.new"
   mv "$0.new" "$0"' )" + kRecordFolder +
@@ -93,7 +93,7 @@ Outcome changedMeanwhile(const Sandbox& host, const std::string& command, const 
   host.write("/tmp/out", "");
   host.write("/tmp/meanwhile", "for i in $(seq 100); do grep -q '^" + line +
                                    "' /tmp/out && break; sleep 0.02; done\n" + change + "\n");
-  return host.shell("flock -s " + kRecordFolder + " sh -c ': > /tmp/locked; . /tmp/meanwhile' &\n" +
+  return host.shell("flock -s " + kRecordLock + " sh -c ': > /tmp/locked; . /tmp/meanwhile' &\n" +
                     "until [ -e /tmp/locked ]; do sleep 0.02; done\n" + command +
                     " > /tmp/out; status=$?; wait; exit $status");
 }
@@ -133,7 +133,7 @@ TEST(ShareConcurrency, ARecordThatAppearsBeforeItsCreationIsKept) {
 TEST(ShareConcurrency, TheListingDoesNotWait) {
   ShareHost host;
   host.record("Projects.plist", nameAndPath("Projects", "/srv/Projects"));
-  const Outcome outcome = host.shell("flock " + kRecordFolder + " timeout 5 tesselctl shares");
+  const Outcome outcome = host.shell("flock " + kRecordLock + " timeout 5 tesselctl shares");
   EXPECT_EQ(outcome.output, kListingHead + row("Projects", "/srv/Projects", "No"));
 }
 

@@ -17,7 +17,7 @@ void expectListing(const Sandbox& host, const std::string& listing, const std::s
 TEST(ShareListing, NothingToShowIsNoFailure) {
   ShareHost host;
   expectListing(host, kNoShares, "no folder of records");
-  EXPECT_EQ(host.names("/var/lib/directory/local"), std::vector<std::string>{});
+  EXPECT_EQ(host.names("/var/lib/directory/local"), std::vector<std::string>{".sharepoints.lock"});
   host.makeFolder(kRecordFolder);
   expectListing(host, kNoShares, "no records");
   host.remove(kRecordFolder);

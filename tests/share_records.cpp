@@ -4,6 +4,7 @@
 
 ShareHost::ShareHost() {
   makeFolder("/var/lib/directory/local");
+  write(kRecordLock, "", 0600);
   makeFolder("/srv/Projects");
   makeFolder("/srv/Other/Projects");
 }

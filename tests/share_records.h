@@ -9,6 +9,7 @@
 #include "tests/sandbox.h"
 
 inline const std::string kRecordFolder = "/var/lib/directory/local/sharepoints";
+inline const std::string kRecordLock = "/var/lib/directory/local/.sharepoints.lock";
 
 // A host with a directory service that has no share point yet, and folders to share.
 class ShareHost : public Sandbox {

@@ -219,15 +219,34 @@ TEST(Share, KeepsWhatOtherProgramsWrote) {
             kListingHead + row("Projects", "/srv/Projects", "No"));
 }
 
-TEST(Share, GoesByTheFileNameOfARecord) {
+TEST(Share, GoesByTheNameThatARecordSays) {
   ShareHost host;
   host.record(".plist", nameAndPath("", "/srv"));
   expectRefusal(host, "unshare", "", "No share point named ''");
-  host.record("Projects.plist", nameAndPath("a/../b", "/old"));
+
+  // What is listed under a name is found under it, whatever its file is called.
+  host.record("odd.plist", nameAndPath("Projects", "/old"));
   expectRun(host, {"share", "/srv/Projects"}, {0, kUpdated, ""}, "");
   EXPECT_EQ(host.tesselctl({"shares"}).output,
-            kListingHead + row("a/../b", "/srv/Projects", "Yes"));
-  expectRefusal(host, "unshare", "a/../b", "No share point named 'b'");
+            kListingHead + row("Projects", "/srv/Projects", "Yes"));
+  expectRefusal(host, "unshare", "odd", "No share point named 'odd'");
+  EXPECT_EQ(host.tesselctl({"unshare", "Projects"}).status, 0);
+  EXPECT_EQ(host.recordNames(), std::vector<std::string>{".plist"});
+
+  // The file that its name would have is another's.
+  host.calls();
+  host.record("Projects.plist", nameAndPath("Other", "/old"));
+  expectRefusal(host, "unshare", "Projects", "No share point named 'Projects'");
+  expectRun(host, {"share", "/srv/Projects"},
+            {1, "No existing share point named Projects\n",
+             red("Cannot create new record") + "\n" +
+                 red("nothing is overwritten at " + kRecordFolder +
+                     "/Projects.plist: a share point of another name is in its place") +
+                 "\n"},
+            "");
+  host.record("Other.plist", attribute(kPath, {"/no name"}));
+  EXPECT_EQ(host.tesselctl({"unshare", "Other"}).status, 0);
+  EXPECT_EQ(host.recordNames(), (std::vector<std::string>{".plist", "Projects.plist"}));
 }
 
 TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {

@@ -1,6 +1,7 @@
 #include "platform/base/text.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 namespace tessel {
@@ -31,6 +32,12 @@ size_t sequenceLength(std::string_view bytes) {
   }
   return 0;
 }
+
+// What begins with one of these is white space (Unicode, PropList.txt).
+constexpr std::array<std::string_view, 25> kWhiteSpace{
+    "\t",     "\n",     "\v",     "\f",     "\r",     " ",      "\xC2\x85", "\xC2\xA0", "\u1680",
+    "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006",   "\u2007",   "\u2008",
+    "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000"};
 
 void skipBlanks(std::string_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
@@ -65,8 +72,18 @@ bool isXMLText(std::string_view bytes) {
 }
 
 std::string trimmed(std::string_view text) {
-  skipBlanks(text);
-  return std::string(text.substr(0, text.find_last_not_of(kBlanks) + 1));
+  const auto find = [](auto matches) {
+    return std::find_if(kWhiteSpace.begin(), kWhiteSpace.end(), matches);
+  };
+  const auto begins = [&text](std::string_view space) { return text.starts_with(space); };
+  const auto ends = [&text](std::string_view space) { return text.ends_with(space); };
+  for (auto space = find(begins); space != kWhiteSpace.end(); space = find(begins)) {
+    text.remove_prefix(space->size());
+  }
+  for (auto space = find(ends); space != kWhiteSpace.end(); space = find(ends)) {
+    text.remove_suffix(space->size());
+  }
+  return std::string(text);
 }
 
 std::string padded(std::string text, size_t width) {

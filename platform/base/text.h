@@ -15,7 +15,8 @@ bool isUTF8(std::string_view bytes);
 // than tab, newline and carriage return, and without U+FFFE and U+FFFF (XML 1.0, section 2.2).
 bool isXMLText(std::string_view bytes);
 
-// The text without ASCII white space and newlines at both ends.
+// The UTF-8 text without what Unicode calls white space (the property White_Space, newlines
+// included) at both ends.
 std::string trimmed(std::string_view text);
 
 // The text with blanks after it up to at least this many bytes.

@@ -8,7 +8,7 @@
 #include "platform/base/text.h"
 #include "platform/directory/record_name.h"
 #include "platform/files/file_manager.h"
-#include "platform/files/folder_lock.h"
+#include "platform/files/lock.h"
 #include "platform/files/path.h"
 #include "platform/property_list/bounds.h"
 #include "platform/property_list/description.h"
@@ -21,6 +21,8 @@ namespace {
 constexpr const char* kDirectoryService = "/var/lib/directory";
 constexpr const char* kLocalNode = "/var/lib/directory/local";
 constexpr const char* kSharePoints = "/var/lib/directory/local/sharepoints";
+// Beside the folder, which everybody can open and so could lock.
+constexpr const char* kSharePointsLock = "/var/lib/directory/local/.sharepoints.lock";
 constexpr mode_t kRecordFolderMode = 0755;
 
 struct RecordFile {
@@ -70,17 +72,13 @@ Result<std::vector<std::string>> recordFiles() {
   return names;
 }
 
-std::string recordPath(std::string_view name) {
-  return appendPathComponent(kSharePoints, recordFileName(name));
+std::string pathOf(const std::string& fileName) {
+  return appendPathComponent(kSharePoints, fileName);
 }
 
-}  // namespace
-
-Result<RecordAttributes> DirectoryRecord::details() const {
-  const auto file = readRecord(path_);
-  if (!file) return file.error();
-  const auto entries = file->list.root().entries();
+RecordAttributes attributesOf(const PropertyList& list) {
   RecordAttributes attributes;
+  const auto entries = list.root().entries();
   for (const auto& [name, value] : *entries) {
     AttributeValues values = valuesOf(value);
     if (!values.empty()) attributes.emplace(name, std::move(values));
@@ -88,8 +86,36 @@ Result<RecordAttributes> DirectoryRecord::details() const {
   return attributes;
 }
 
+// Whether a record is the one of this name. One that says no name goes by that of its file.
+bool isNamed(const PropertyList& list, const std::string& name, const std::string& fileName) {
+  const auto value = list.value(kRecordNameAttribute);
+  const AttributeValues names = value ? valuesOf(*value) : AttributeValues{};
+  return names.empty() ? fileName == recordFileName(name) : names.front() == name;
+}
+
+}  // namespace
+
+std::optional<RecordStamp> DirectoryRecord::stamp() const {
+  constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+  const auto nanoseconds = [](const timespec& time) {
+    return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
+  };
+  struct stat status {};
+  if (::stat(pathOf(fileName_).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  return RecordStamp{status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
+                     nanoseconds(status.st_ctim)};
+}
+
+Result<RecordAttributes> DirectoryRecord::details() const {
+  const auto file = readRecord(pathOf(fileName_));
+  if (!file) return file.error();
+  return attributesOf(file->list);
+}
+
 Result<AttributeValues> DirectoryRecord::values(const std::string& attribute) const {
-  const auto file = readRecord(path_);
+  const auto file = readRecord(pathOf(fileName_));
   if (!file) return file.error();
   const auto value = file->list.value(attribute);
   return value ? valuesOf(*value) : AttributeValues{};
@@ -98,25 +124,26 @@ Result<AttributeValues> DirectoryRecord::values(const std::string& attribute) co
 Status DirectoryRecord::setValues(const std::string& attribute,
                                   const AttributeValues& values) const {
   if (Status valid = checkValues(attribute, values); !valid) return valid;
-  const auto lock = lockFolder(kSharePoints);
+  const auto lock = lockFile(kSharePointsLock);
   if (!lock) return lock.error();
-  auto file = readRecord(path_);
+  auto file = readRecord(pathOf(fileName_));
   if (!file) return file.error();
   file->list.setStrings(attribute, values);
-  return writeRecord(path_, file->list);
+  return writeRecord(pathOf(fileName_), file->list);
 }
 
 Status DirectoryRecord::remove() const {
-  const auto lock = lockFolder(kSharePoints);
+  const auto lock = lockFile(kSharePointsLock);
   if (!lock) return lock.error();
+  const std::string path = pathOf(fileName_);
   if (seen_) {
-    const auto bytes = FileManager().readFile(path_, kLargestPropertyList);
+    const auto bytes = FileManager().readFile(path, kLargestPropertyList);
     if (!bytes) return bytes.error();
     if (*bytes != *seen_) {
-      return Error{path_ + " was changed by another program at the same time; try again"};
+      return Error{path + " was changed by another program at the same time; try again"};
     }
   }
-  return FileManager().removeItem(path_);
+  return FileManager().removeItem(path);
 }
 
 bool directoryServiceExists() { return FileManager().directoryExistsAtPath(kDirectoryService); }
@@ -127,36 +154,40 @@ std::optional<DirectoryNode> DirectoryNode::open() {
 }
 
 Result<std::vector<DirectoryRecord>> DirectoryNode::sharePoints() const {
-  const auto files = recordFiles();
+  auto files = recordFiles();
   if (!files) return files.error();
   std::vector<DirectoryRecord> records;
   records.reserve(files->size());
-  for (const std::string& file : *files) {
-    records.push_back(DirectoryRecord(appendPathComponent(kSharePoints, file)));
-  }
+  for (std::string& file : *files) records.push_back(DirectoryRecord(std::move(file)));
   return records;
 }
 
-Result<std::vector<std::string>> DirectoryNode::sharePointNames() const {
-  const auto files = recordFiles();
-  if (!files) return files.error();
-  std::vector<std::string> names;
-  for (const std::string& file : *files) {
-    if (auto name = recordName(file)) names.push_back(std::move(*name));
+Result<std::optional<DirectoryRecord>> DirectoryNode::sharePoint(const std::string& name) const {
+  DirectoryRecord inPlace = sharePointInPlaceOf(name);
+  const std::string path = pathOf(inPlace.fileName_);
+  struct stat status {};
+  const bool isThere = isRecordFileName(inPlace.fileName_) &&
+                       (::lstat(path.c_str(), &status) == 0 || errno != ENOENT);
+  auto file = isThere ? readRecord(path) : Error{"there is none"};
+  if (file && isNamed(file->list, name, inPlace.fileName_)) {
+    inPlace.seen_ = std::move(file->bytes);
+    return std::optional(std::move(inPlace));
   }
-  return names;
+  const auto others = sharePoints();
+  if (!others) return others.error();
+  for (DirectoryRecord other : *others) {
+    if (other.fileName_ == inPlace.fileName_) continue;
+    auto itsFile = readRecord(pathOf(other.fileName_));
+    if (!itsFile || !isNamed(itsFile->list, name, other.fileName_)) continue;
+    other.seen_ = std::move(itsFile->bytes);
+    return std::optional(std::move(other));
+  }
+  if (isThere && !file) return file.error();
+  return std::optional<DirectoryRecord>();
 }
 
-Result<std::optional<DirectoryRecord>> DirectoryNode::sharePoint(std::string_view name) const {
-  const std::optional<DirectoryRecord> none;
-  if (name.empty()) return none;
-  DirectoryRecord record(recordPath(name));
-  struct stat status {};
-  if (::lstat(record.path_.c_str(), &status) != 0 && errno == ENOENT) return none;
-  auto file = readRecord(record.path_);
-  if (!file) return file.error();
-  record.seen_ = std::move(file->bytes);
-  return std::optional(std::move(record));
+DirectoryRecord DirectoryNode::sharePointInPlaceOf(std::string_view name) const {
+  return DirectoryRecord(recordFileName(name));
 }
 
 Status DirectoryNode::createSharePoint(const std::string& name,
@@ -173,29 +204,19 @@ Status DirectoryNode::createSharePoint(const std::string& name,
   if (Status made = FileManager().createDirectory(kSharePoints, kRecordFolderMode); !made) {
     return made;
   }
-  const auto lock = lockFolder(kSharePoints);
+  const auto lock = lockFile(kSharePointsLock);
   if (!lock) return lock.error();
-  const std::string path = recordPath(name);
+  const std::string path = pathOf(recordFileName(name));
   struct stat status {};
   if (::lstat(path.c_str(), &status) == 0) {
     const auto file = readRecord(path);
-    return Error{"nothing is overwritten at " + path + ": " +
-                 (file ? "another program has made the record" : file.error().description)};
+    const std::string reason = !file ? file.error().description
+                               : isNamed(file->list, name, recordFileName(name))
+                                   ? "another program has made the record"
+                                   : "a share point of another name is in its place";
+    return Error{"nothing is overwritten at " + path + ": " + reason};
   }
   return writeRecord(path, list);
-}
-
-std::optional<RecordStamp> sharePointStamp(std::string_view name) {
-  constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-  const auto nanoseconds = [](const timespec& time) {
-    return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
-  };
-  struct stat status {};
-  if (name.empty() || ::stat(recordPath(name).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return std::nullopt;
-  }
-  return RecordStamp{status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
-                     nanoseconds(status.st_ctim)};
 }
 
 }  // namespace tessel

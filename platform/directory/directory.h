@@ -24,10 +24,27 @@ inline constexpr const char* kRecordNameAttribute = "dsAttrTypeStandard:RecordNa
 using AttributeValues = std::vector<std::string>;
 using RecordAttributes = std::map<std::string, AttributeValues>;
 
+// What differs between any two states of a record's file, however it was changed. The one
+// exception: an edit in place that keeps the size, within one tick of the file system's clock.
+struct RecordStamp {
+  dev_t device;
+  ino_t inode;
+  off_t size;
+  std::int64_t modified;  // nanoseconds since the epoch, as is the next
+  std::int64_t changed;
+  bool operator==(const RecordStamp&) const = default;
+};
+
 // One record. What it says is read when it is asked for, since other programs may change it; a
 // change is made to the record as it is by then, under the lock of all records.
 class DirectoryRecord {
  public:
+  // The name of its file in the folder of the records.
+  const std::string& fileName() const { return fileName_; }
+
+  // For one call of the system. None when there is no regular file in its place.
+  std::optional<RecordStamp> stamp() const;
+
   // All attributes that are present. An error when the record is gone or its file is unreadable.
   Result<RecordAttributes> details() const;
 
@@ -45,9 +62,9 @@ class DirectoryRecord {
 
  private:
   friend class DirectoryNode;
-  explicit DirectoryRecord(std::string path) : path_(std::move(path)) {}
+  explicit DirectoryRecord(std::string fileName) : fileName_(std::move(fileName)) {}
 
-  std::string path_;
+  std::string fileName_;
   std::optional<std::string> seen_;  // the bytes of its file when it was looked up by name
 };
 
@@ -65,35 +82,23 @@ class DirectoryNode {
   // Empty where no folder for them has been made yet; an error when it cannot be read.
   Result<std::vector<DirectoryRecord>> sharePoints() const;
 
-  // The names under which these are looked up, in the same order.
-  Result<std::vector<std::string>> sharePointNames() const;
+  // The share point of this name, which is the first value of its name attribute. It is looked for
+  // in the file that is named after it (record_name.h), where createSharePoint() puts it, and only
+  // when that is another's or not there in all others, in their order. None when no record has the
+  // name, an error when what stands in the file named after it cannot be read as a record.
+  Result<std::optional<DirectoryRecord>> sharePoint(const std::string& name) const;
 
-  // The share point of this name. None when nothing stands at its place, an error when what stands
-  // there cannot be read as a record.
-  Result<std::optional<DirectoryRecord>> sharePoint(std::string_view name) const;
+  // The record in the file that is named after this name, whatever it says and whether or not there
+  // is one.
+  DirectoryRecord sharePointInPlaceOf(std::string_view name) const;
 
   // Makes a share point of this name with these attributes beside the name. Fails when anything
-  // stands at its place, even if it is no record, when the name or a value is no text that a
+  // stands in its file's place, even if it is no record, when the name or a value is no text that a
   // property list can hold, and when the file cannot be made.
   Status createSharePoint(const std::string& name, const RecordAttributes& attributes) const;
 
  private:
   DirectoryNode() = default;
 };
-
-// What differs between any two states of a record's file, however it was changed. The one
-// exception: an edit in place that keeps the size, within one tick of the file system's clock.
-struct RecordStamp {
-  dev_t device;
-  ino_t inode;
-  off_t size;
-  std::int64_t modified;  // nanoseconds since the epoch, as is the next
-  std::int64_t changed;
-  bool operator==(const RecordStamp&) const = default;
-};
-
-// The stamp of the share point of this name, for one call of the system. None when there is no
-// regular file in its place.
-std::optional<RecordStamp> sharePointStamp(std::string_view name);
 
 }  // namespace tessel

@@ -6,7 +6,6 @@
 //   ..        %2E..plist         a.b  a.b.plist
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,9 +15,6 @@ namespace tessel {
 // and a "." at its beginning as %XX in upper-case hexadecimal, then ".plist". All other bytes stay
 // as they are. The empty name gives ".plist", which is the name of no record.
 std::string recordFileName(std::string_view recordName);
-
-// The record name that gives this file name; none when no name does.
-std::optional<std::string> recordName(std::string_view fileName);
 
 // Whether a file of this name in the folder is a record: it ends in ".plist" and does not begin
 // with ".", as temporary files do.

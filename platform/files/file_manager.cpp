@@ -86,6 +86,13 @@ Status replaceFile(const std::string& path, std::string_view bytes, mode_t mode,
 
 }  // namespace
 
+mode_t defaultFileMode() {
+  constexpr mode_t kReadAndWrite = 0666;
+  const mode_t mask = ::umask(0);
+  (void)::umask(mask);
+  return kReadAndWrite & ~mask;
+}
+
 bool FileManager::fileExistsAtPath(const std::string& path) const {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0;
@@ -149,11 +156,13 @@ Status FileManager::writeInPlace(const std::string& path, std::string_view bytes
 
 Status FileManager::writeAtomically(const std::string& path, std::string_view bytes,
                                     Attributes attributes) const {
+  if (attributes == Attributes::Fresh) {
+    return replaceFile(path, bytes, defaultFileMode(), nullptr, "cannot write " + path);
+  }
   struct stat old {};
-  const bool keep = attributes == Attributes::KeepExisting && ::stat(path.c_str(), &old) == 0 &&
-                    S_ISREG(old.st_mode);
-  return replaceFile(path, bytes, keep ? old.st_mode & kPermissionBits : kDefaultFileMode,
-                     keep ? &old : nullptr, "cannot write " + path);
+  const bool exists = ::stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  return replaceFile(path, bytes, exists ? old.st_mode & kPermissionBits : kSharedFileMode,
+                     exists ? &old : nullptr, "cannot write " + path);
 }
 
 Result<std::vector<std::string>> FileManager::contentsOfDirectory(const std::string& path) const {

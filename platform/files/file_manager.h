@@ -15,15 +15,19 @@
 
 namespace tessel {
 
-// The mode of a new file that nobody asked a mode for. It does not depend on the caller's umask:
-// a service that reads the file must not fail because of the shell that ran the command.
-inline constexpr mode_t kDefaultFileMode = 0644;
+// The mode of a new file that other services read: it does not depend on the shell that ran the
+// command.
+inline constexpr mode_t kSharedFileMode = 0644;
+
+// The mode of a new file that nobody asked a mode for, as every program has it: 0666 less the
+// umask. It sets the umask and sets it back, so that no other thread may make files meanwhile.
+mode_t defaultFileMode();
 
 class FileManager {
  public:
   enum class Attributes {
-    Fresh,        // kDefaultFileMode, owned by this process
-    KeepExisting  // mode and owner of the file that is replaced, Fresh when there is none
+    Fresh,        // defaultFileMode(), owned by this process
+    KeepExisting  // those of the file that is replaced; kSharedFileMode when there is none
   };
 
   // Whether something exists at the path, following links: a dangling link is absent, a folder is
@@ -48,7 +52,7 @@ class FileManager {
   Status createFile(const std::string& path, mode_t mode) const;
 
   // Makes a folder with exactly this mode. A folder that is there already is left as it is, and
-  // that is success.
+  // that is success. It clears the umask and sets it back, as defaultFileMode() does.
   Status createDirectory(const std::string& path, mode_t mode) const;
 
   // Overwrites an existing regular file, which keeps its mode and owner. A write that fails leaves

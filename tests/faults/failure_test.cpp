@@ -21,7 +21,7 @@ const std::string kEnvironment = "/etc/apache2/env\\.plist";
 const std::string kReading = "(read|openat(\\+read)?) ";
 const std::string kActive = "/etc/apache2/other/httpd_tessel\\.conf";
 const std::string kProxy = "/etc/tessel/httpd_tessel_proxy\\.conf";
-const std::string kRecord = "/var/lib/directory/local/sharepoints";
+const std::string kRecord = "/var/lib/directory/local/\\.?sharepoints";
 const std::string kKeychain = "/Library/Keychains.*";
 const std::string kReason =
     ": (No space left on device|Read-only file system|Permission denied|Input/output error)\n";

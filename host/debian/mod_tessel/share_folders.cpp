@@ -1,26 +1,12 @@
 #include "host/debian/mod_tessel/share_folders.h"
 
-#include <chrono>
 #include <mutex>
-
-#include "shares/share_point.h"
+#include <set>
+#include <utility>
 
 namespace tessel {
 
 namespace {
-
-std::optional<std::string> readFolder(const std::string& name) {
-  const auto node = openLocalNode();
-  const auto record = node ? node->sharePoint(name) : node.error();
-  const auto details = record && *record ? (*record)->details() : Error{"no such share point"};
-  const auto share = details ? sharePointOf(*details) : std::nullopt;
-  if (!share || !share->webdav) return std::nullopt;
-  // A relative path means nothing to a server, and what follows a NUL byte is lost to the system.
-  if (!share->folder.starts_with('/') || share->folder.find('\0') != std::string::npos) {
-    return std::nullopt;
-  }
-  return share->folder;
-}
 
 // Whether a change that comes from now on is bound to give the file another stamp. File systems
 // tell times apart by a few milliseconds, some by two seconds.
@@ -30,38 +16,89 @@ bool isSettled(const RecordStamp& stamp) {
   return std::chrono::nanoseconds(stamp.changed) + kCoarsestClock < now;
 }
 
+// The folder that is served, if any. A relative path means nothing to a server, and what follows a
+// NUL byte is lost to the system.
+std::optional<std::string> servedFolder(const std::optional<SharePoint>& share) {
+  if (!share || !share->webdav || !share->folder.starts_with('/') ||
+      share->folder.find('\0') != std::string::npos) {
+    return std::nullopt;
+  }
+  return share->folder;
+}
+
 }  // namespace
 
 std::optional<std::string> ShareFolders::folder(const std::string& name) {
-  const auto stamp = sharePointStamp(name);
-  if (!stamp) {
-    const std::unique_lock lock(mutex_);
-    entries_.erase(name);
-    return std::nullopt;
-  }
-  {
-    const std::shared_lock lock(mutex_);
-    const auto known = entries_.find(name);
-    if (known != entries_.end() && known->second.stamp == *stamp) return known->second.folder;
-  }
-  // Read after the stamp was taken: a change in between is seen by the next look-up.
-  std::optional<std::string> folder = readFolder(name);
-  if (isSettled(*stamp)) {
-    const std::unique_lock lock(mutex_);
-    entries_.insert_or_assign(name, Entry{*stamp, folder});
-  }
-  return folder;
+  const auto node = openLocalNode();
+  if (!node) return std::nullopt;
+  const auto inPlace = read(node->sharePointInPlaceOf(name));
+  return inPlace && inPlace->name == name ? servedFolder(inPlace) : misplacedFolder(name);
 }
 
 std::vector<std::string> ShareFolders::names() {
   std::vector<std::string> shared;
-  const auto node = openLocalNode();
-  const auto names = node ? node->sharePointNames() : node.error();
-  if (!names) return shared;
-  for (const std::string& name : *names) {
-    if (folder(name)) shared.push_back(name);
+  std::set<std::string> seen;
+  for (const SharePoint& share : lookThrough()) {
+    if (folder(share.name) && seen.insert(share.name).second) shared.push_back(share.name);
   }
   return shared;
+}
+
+std::optional<SharePoint> ShareFolders::read(const DirectoryRecord& record) {
+  const auto stamp = record.stamp();
+  if (!stamp) {
+    const std::unique_lock lock(mutex_);
+    records_.erase(record.fileName());
+    return std::nullopt;
+  }
+  {
+    const std::shared_lock lock(mutex_);
+    const auto known = records_.find(record.fileName());
+    if (known != records_.end() && known->second.stamp == *stamp) return known->second.share;
+  }
+  // Read after the stamp was taken: a change in between is seen by the next look-up.
+  const auto details = record.details();
+  const auto share = details ? sharePointOf(*details) : std::nullopt;
+  if (isSettled(*stamp)) {
+    const std::unique_lock lock(mutex_);
+    records_.insert_or_assign(record.fileName(), KnownRecord{*stamp, share});
+  }
+  return share;
+}
+
+std::optional<std::string> ShareFolders::misplacedFolder(const std::string& name) {
+  constexpr std::chrono::seconds kBetweenLooks(1);
+  const auto isRecent = [this, kBetweenLooks] {
+    const std::shared_lock lock(mutex_);
+    return lookedThrough_ && std::chrono::steady_clock::now() - *lookedThrough_ < kBetweenLooks;
+  };
+  if (!isRecent()) (void)lookThrough();
+  const std::shared_lock lock(mutex_);
+  const auto found = misplaced_.find(name);
+  return found == misplaced_.end() ? std::nullopt : servedFolder(found->second);
+}
+
+std::vector<SharePoint> ShareFolders::lookThrough() {
+  std::vector<SharePoint> shares;
+  const auto node = openLocalNode();
+  const auto records = node ? node->sharePoints() : node.error();
+  if (!records) return shares;
+  std::map<std::string, SharePoint> misplaced;
+  std::set<std::string> files;
+  for (const DirectoryRecord& record : *records) {
+    files.insert(record.fileName());
+    const auto share = read(record);
+    if (!share) continue;
+    shares.push_back(*share);
+    if (node->sharePointInPlaceOf(share->name).fileName() != record.fileName()) {
+      misplaced.emplace(share->name, *share);
+    }
+  }
+  const std::unique_lock lock(mutex_);
+  std::erase_if(records_, [&files](const auto& known) { return !files.contains(known.first); });
+  misplaced_ = std::move(misplaced);
+  lookedThrough_ = std::chrono::steady_clock::now();
+  return shares;
 }
 
 }  // namespace tessel
