@@ -89,7 +89,9 @@ TEST_F(KeychainTool, ReadsEveryUnencryptedForm) {
         "openssl pkcs8 -topk8 -nocrypt -in a.key -outform DER -out key; cp a.pem cert",
         "openssl rsa -traditional -in a.key -outform DER -out key 2>/dev/null; "
         "openssl x509 -in a.pem -outform DER -out cert",
-        "{ echo comment; cat root.key; } > key; openssl x509 -text -in root.pem > cert"}) {
+        "{ echo comment; openssl ecparam -name prime256v1; cat root.pem root.key; } > key;"
+        "openssl x509 -text -in root.pem > cert",
+        "cat a.key a.pem middle.pem > cert; cat a.pem a.key > key"}) {
     host.remove(kKeychain);
     const Outcome outcome =
         host.shell(std::string("cd /pki; ") + conversion + " && tessel-keychain import cert key");
@@ -103,6 +105,8 @@ TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
     openssl pkcs8 -topk8 -passout pass:x -in a.key -out pkcs8.key
     openssl pkcs8 -topk8 -passout pass:x -in a.key -outform DER -out der.key
     openssl pkey -in a.key -pubout -out public.key
+    openssl genpkey -algorithm ed25519 -out ed.key
+    { cat a.pem; openssl genpkey -algorithm rsa-pss; } > pss.key 2>/dev/null
     { cat a.pem; sed 's/M/!/' b.pem; } > half.pem
     head -c 400 a.pem > cut.pem
     dd if=/dev/zero of=zeros bs=1000000 count=2 2>/dev/null
@@ -120,6 +124,7 @@ TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
       {"half.pem", "a.key", "broken certificate"}, {"zeros", "a.key", "larger than"},
       {"folder", "a.key", "not a regular file"},   {"missing", "a.key", "No such file"},
       {"a.pem", "missing", "No such file"},        {"nameless.pem", "a.key", "no common name"},
+      {"a.pem", "ed.key", "no encrypted form"},    {"a.pem", "pss.key", "no encrypted form"},
   };
   for (const auto& [certificate, key, message] : cases) {
     SCOPED_TRACE(certificate + " " + key);

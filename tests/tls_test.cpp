@@ -218,11 +218,43 @@ TEST(TLS, EvaluatesTrustLikeATLSClient) {
   }
 }
 
-TEST(TLS, TakesAnAddressForAServerName) {
-  const TLSHost issued("192.0.2.7");
-  issued.import(issue("ca", "192.0.2.7", "root", "IP:192.0.2.7") + trustRoot(), {"ca"},
-                "192.0.2.7");
-  EXPECT_PRED2(contains, issued.tesselctl({"start"}).output, "Using identity with trusted cert\n");
+TEST(TLS, TakesAnAddressOnlyForAnAddress) {
+  struct Case {
+    std::string name;
+    std::string alternativeNames;
+    bool trusted;
+  };
+  for (const auto& [name, names, trusted] :
+       std::vector<Case>{{"192.0.2.7", "IP:192.0.2.7", true},
+                         {"192.0.2.7", "IP:192.0.2.8", false},
+                         {"192.0.2.7", "DNS:192.0.2.7", false},
+                         {".example.org", "DNS:dav.example.org", false}}) {
+    const TLSHost host(name);
+    host.import(issue("ca", name, "root", names) + trustRoot(), {"ca"}, name);
+    EXPECT_EQ(contains(host.tesselctl({"start"}).output, "Using identity with trusted cert\n"),
+              trusted)
+        << name << names;
+  }
+}
+
+TEST(TLS, SelfSignedIsWhatItsOwnKeySigned) {
+  // An authority key identifier and a key usage that say otherwise change nothing.
+  TLSHost host;
+  host.import("openssl req -x509 -newkey rsa:2048 -nodes -keyout own.key -subj /CN=" + kName +
+                  " -addext keyUsage=critical,digitalSignature"
+                  " -addext authorityKeyIdentifier=none -addext subjectKeyIdentifier=none"
+                  " -out first.pem 2>/dev/null\n"
+                  "printf 'keyUsage=digitalSignature\\nauthorityKeyIdentifier=issuer:always\\n"
+                  "subjectAltName=DNS:" +
+                  kName +
+                  "\\n' > own.ext\n"
+                  "openssl req -new -key own.key -subj /CN=" +
+                  kName +
+                  " -out own.csr\n"
+                  "openssl x509 -req -in own.csr -CA first.pem -CAkey own.key -set_serial 77"
+                  " -extfile own.ext -out own.pem 2>/dev/null\n",
+              {"own"});
+  EXPECT_PRED2(contains, host.tesselctl({"start"}).output, "Found self-signed identity");
 }
 
 TEST(TLS, PrefersTrustedThenIssuedThenSelfSignedAndExportsTheLastExamined) {
@@ -353,13 +385,23 @@ TEST(TLS, KeepsTheIdentitysNameWhenTheConfigurationNamesTheServerItself) {
   EXPECT_EQ(host.environmentValue("TESSEL_SERVER_NAME"), kName);
 }
 
-TEST(TLS, AnEdwardsKeyHasNoTraditionalForm) {
+TEST(TLS, AKeyWithoutATraditionalFormCannotBeExported) {
   TLSHost host;
-  host.import(
-      "openssl genpkey -algorithm ed25519 -out ed.key; openssl req -x509 -key ed.key -subj "
-      "/CN=" +
-          kName + " -out ed.pem\n",
-      {"ed"});
+  host.import(issue("ca", kName, "root", "DNS:" + kName), {"ca"});
+  // No import takes such a key any more.
+  ASSERT_EQ(host.shell("cd /pki; openssl genpkey -algorithm ed25519 -out ed.key\n"
+                       "openssl req -x509 -key ed.key -subj /CN=" +
+                       kName +
+                       " -outform DER -out ed.der\n"
+                       "openssl pkcs8 -topk8 -nocrypt -in ed.key -outform DER -out key.der\n"
+                       "openssl pkey -in ed.key -pubout -outform DER |"
+                       " openssl dgst -sha256 -binary > digest\n"
+                       "HOME=/ sqlite3 " +
+                       kKeychain +
+                       " \"UPDATE item SET public_key_digest = readfile('digest'), der = readfile("
+                       "CASE class WHEN 'certificate' THEN 'ed.der' ELSE 'key.der' END)\"")
+                .status,
+            0);
   const Outcome outcome = host.tesselctl({"start"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_TRUE(outcome.errors.starts_with("\033[31mError: SecKeychainItemExport failed: "))

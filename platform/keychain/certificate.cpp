@@ -172,7 +172,10 @@ std::optional<std::string> Certificate::expiryDay() const {
 }
 
 bool Certificate::isSelfSigned() const {
-  const bool itIs = X509_self_signed(certificate_.get(), 1) == 1;
+  X509* const raw = certificate_.get();
+  EVP_PKEY* const key = X509_get0_pubkey(raw);
+  const bool itIs = X509_NAME_cmp(X509_get_subject_name(raw), X509_get_issuer_name(raw)) == 0 &&
+                    key != nullptr && X509_verify(raw, key) == 1;
   ERR_clear_error();
   return itIs;
 }

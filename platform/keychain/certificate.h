@@ -48,7 +48,7 @@ class Certificate {
   std::optional<std::string> commonName() const;
   // The day it expires (UTC) as YYYY-MM-DD; none when it cannot be read.
   std::optional<std::string> expiryDay() const;
-  // Whether its subject issued it and its own key signed it.
+  // Whether its subject issued it and its own key signed it, whatever its extensions say.
   bool isSelfSigned() const;
 
   x509_st* handle() const { return certificate_.get(); }

@@ -22,29 +22,45 @@ int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* aske
   return -1;
 }
 
-// A private key of one of the kinds that TLS servers have; null when there is none, or when it is
-// encrypted, which is noted. Other kinds are not tried: from the parts of a DSA key the library
-// computes its public half, which can be made to take hours.
-EVP_PKEY* decodeKey(std::string_view bytes, const char* form, bool* encrypted) {
+struct DecodedKey {
+  std::shared_ptr<EVP_PKEY> key;  // null when there is none
+  bool isEncrypted = false;
+};
+
+// A private key of one of the kinds that TLS servers have. Others are not tried: from the parts of
+// a DSA key the library computes its public half, which can be made to take hours.
+DecodedKey decodeKey(std::string_view bytes, const char* form) {
   constexpr std::array kKinds{"RSA", "EC", "ED25519", "ED448", "RSA-PSS"};
-  EVP_PKEY* key = nullptr;
   for (const char* kind : kKinds) {
+    EVP_PKEY* key = nullptr;
     const OpenSSLPointer<OSSL_DECODER_CTX, OSSL_DECODER_CTX_free> decoder(
         OSSL_DECODER_CTX_new_for_pkey(&key, form, nullptr, kind, EVP_PKEY_KEYPAIR, nullptr,
                                       nullptr));
-    bool asked = false;
+    bool isEncrypted = false;
     const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
     size_t left = bytes.size();
-    if (!decoder ||
-        OSSL_DECODER_CTX_set_pem_password_cb(decoder.get(), refusePassPhrase, &asked) != 1 ||
-        OSSL_DECODER_from_data(decoder.get(), &data, &left) != 1) {
-      EVP_PKEY_free(std::exchange(key, nullptr));
-    }
-    if (asked && encrypted != nullptr) *encrypted = true;
-    if (key != nullptr || asked) break;
+    const bool decoded =
+        decoder &&
+        OSSL_DECODER_CTX_set_pem_password_cb(decoder.get(), refusePassPhrase, &isEncrypted) == 1 &&
+        OSSL_DECODER_from_data(decoder.get(), &data, &left) == 1;
+    ERR_clear_error();
+    const auto result = owned(key);
+    if (decoded || isEncrypted) return {decoded ? result : nullptr, isEncrypted};
   }
-  ERR_clear_error();
-  return key;
+  return {};
+}
+
+// The first block of a PEM file that is a private key's, as it stands there; empty when there is
+// none. Parameters, certificates and remarks may come before it.
+std::string_view keyBlock(std::string_view file) {
+  constexpr std::string_view kBegin = "-----BEGIN ";
+  constexpr std::string_view kKey = "PRIVATE KEY-----";
+  for (size_t at = file.find(kBegin); at != std::string_view::npos;
+       at = file.find(kBegin, at + 1)) {
+    const std::string_view line = file.substr(at, file.find('\n', at) - at);
+    if (line.find(kKey) != std::string_view::npos) return file.substr(at);
+  }
+  return {};
 }
 
 }  // namespace
@@ -56,17 +72,23 @@ Result<PrivateKey> PrivateKey::generateRSA(unsigned bits) {
 }
 
 Result<PrivateKey> PrivateKey::fromDER(std::string_view der) {
-  auto key = owned(decodeKey(der, "DER", nullptr));
-  if (!key) return Error{"cannot decode the private key"};
-  return PrivateKey(std::move(key));
+  auto decoded = decodeKey(der, "DER");
+  if (!decoded.key) return Error{"cannot decode the private key"};
+  return PrivateKey(std::move(decoded.key));
 }
 
 Result<PrivateKey> PrivateKey::fromFile(std::string_view bytes) {
-  bool encrypted = false;
-  auto key = owned(decodeKey(bytes, nullptr, &encrypted));
-  if (encrypted) return Error{"is encrypted; decrypt it first"};
-  if (!key) return Error{"holds no private key in PEM or DER form"};
-  return PrivateKey(std::move(key));
+  const bool isPEM = bytes.find("-----BEGIN ") != std::string_view::npos;
+  auto decoded = isPEM ? decodeKey(keyBlock(bytes), "PEM") : decodeKey(bytes, "DER");
+  if (decoded.isEncrypted) return Error{"is encrypted; decrypt it first"};
+  if (!decoded.key) return Error{"holds no private key in PEM or DER form"};
+  const EVP_PKEY* raw = decoded.key.get();
+  if (EVP_PKEY_is_a(raw, "RSA") != 1 && EVP_PKEY_is_a(raw, "EC") != 1) {
+    return Error{
+        "holds a key of a kind that has no encrypted form for Apache; RSA and elliptic "
+        "curves have one"};
+  }
+  return PrivateKey(std::move(decoded.key));
 }
 
 Result<Secret> PrivateKey::der() const {

@@ -20,7 +20,8 @@ class PrivateKey {
  public:
   static Result<PrivateKey> generateRSA(unsigned bits);
   static Result<PrivateKey> fromDER(std::string_view der);
-  // PEM or DER, in any form but an encrypted one, which the error names.
+  // The first key of a PEM file, whatever else is in it, or the one of a DER file. An encrypted key
+  // is refused, and so is one without a traditional form (see encryptedPEM); the error says so.
   static Result<PrivateKey> fromFile(std::string_view bytes);
 
   // PKCS#8 (RFC 5208), not encrypted.

@@ -1,8 +1,11 @@
 #include "platform/keychain/trust.h"
 
+#include <arpa/inet.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
+
+#include <tuple>
 
 #include "platform/keychain/openssl.h"
 #include "platform/keychain/trust_anchors.h"
@@ -26,60 +29,94 @@ bool isBroken(int error) {
   }
 }
 
+// Whether the chain ended where more authorities might have continued it.
+bool lacksAuthority(int error) {
+  switch (error) {
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool isAddress(const std::string& hostName) {
+  in_addr four{};
+  in6_addr six{};
+  return ::inet_pton(AF_INET, hostName.c_str(), &four) == 1 ||
+         ::inet_pton(AF_INET6, hostName.c_str(), &six) == 1;
+}
+
+// To OpenSSL a name that begins with a full stop stands for every name below it.
 bool namesHost(X509* certificate, const std::string& hostName) {
-  const bool named =
-      X509_check_host(certificate, hostName.data(), hostName.size(), 0, nullptr) == 1 ||
-      X509_check_ip_asc(certificate, hostName.c_str(), 0) == 1;
+  const bool named = isAddress(hostName) ? X509_check_ip_asc(certificate, hostName.c_str(), 0) == 1
+                                         : !hostName.starts_with('.') &&
+                                               X509_check_host(certificate, hostName.data(),
+                                                               hostName.size(), 0, nullptr) == 1;
   ERR_clear_error();
   return named;
 }
 
 }  // namespace
 
-std::optional<ServerPolicy> ServerPolicy::create(const std::string& hostName) {
+Result<ServerPolicy> ServerPolicy::create(const std::string& hostName) {
   ServerPolicy policy;
   policy.parameters_ = {X509_VERIFY_PARAM_new(), X509_VERIFY_PARAM_free};
   policy.hostName_ = hostName;
   if (!policy.parameters_ ||
       X509_VERIFY_PARAM_set_purpose(policy.parameters_.get(), X509_PURPOSE_SSL_SERVER) != 1) {
-    return std::nullopt;
+    return opensslError();
   }
   return policy;
 }
 
-std::optional<Trust> Trust::create(const Certificate& certificate, const ServerPolicy& policy,
-                                   const std::vector<Certificate>& others) {
-  Trust trust(certificate);
-  trust.hostName_ = policy.hostName_;
+Result<Trust> Trust::create(const Certificate& certificate, const ServerPolicy& policy,
+                            const std::vector<Certificate>& others) {
+  Trust trust(certificate, policy);
   trust.others_ = others;
   trust.chain_ = {sk_X509_new_null(), [](STACK_OF(X509) * stack) { sk_X509_free(stack); }};
   trust.anchors_ = {X509_STORE_new(), X509_STORE_free};
-  trust.context_ = {X509_STORE_CTX_new(), X509_STORE_CTX_free};
-  if (!trust.chain_ || !trust.anchors_ || !trust.context_) return std::nullopt;
-  std::vector<const X509*> handles{trust.certificate_.handle()};
+  if (!trust.chain_ || !trust.anchors_) return opensslError();
   for (const Certificate& other : trust.others_) {
-    if (sk_X509_push(trust.chain_.get(), other.handle()) == 0) return std::nullopt;
-    handles.push_back(other.handle());
+    if (sk_X509_push(trust.chain_.get(), other.handle()) == 0) return opensslError();
   }
-  addTrustAnchors(trust.anchors_.get(), handles);
-  if (X509_STORE_set1_param(trust.anchors_.get(), policy.parameters_.get()) != 1 ||
-      X509_STORE_CTX_init(trust.context_.get(), trust.anchors_.get(), trust.certificate_.handle(),
-                          trust.chain_.get()) != 1) {
-    return std::nullopt;
+  if (X509_STORE_set1_param(trust.anchors_.get(), policy.parameters_.get()) != 1) {
+    return opensslError();
   }
+  addAnchorFolder(trust.anchors_.get());
   return trust;
 }
 
 TrustResult Trust::evaluate() const {
-  const int verified = X509_verify_cert(context_.get());
-  ERR_clear_error();
+  auto [verified, error] = verify();
+  // The file of authorities takes longer to read than all the rest. Who signed a certificate of his
+  // own is not in it.
+  if (verified == 0 && lacksAuthority(error) && !certificate_.isSelfSigned()) {
+    std::vector<const X509*> handles{certificate_.handle()};
+    for (const Certificate& other : others_) handles.push_back(other.handle());
+    addAnchorsFromFile(anchors_.get(), handles);
+    std::tie(verified, error) = verify();
+  }
   if (verified < 0) return TrustResult::Invalid;
   if (verified == 0) {
-    return isBroken(X509_STORE_CTX_get_error(context_.get())) ? TrustResult::FatalFailure
-                                                              : TrustResult::RecoverableFailure;
+    return isBroken(error) ? TrustResult::FatalFailure : TrustResult::RecoverableFailure;
   }
-  return namesHost(certificate_.handle(), hostName_) ? TrustResult::Unspecified
-                                                     : TrustResult::RecoverableFailure;
+  return namesHost(certificate_.handle(), policy_.hostName_) ? TrustResult::Unspecified
+                                                             : TrustResult::RecoverableFailure;
+}
+
+std::pair<int, int> Trust::verify() const {
+  const OpenSSLPointer<X509_STORE_CTX, X509_STORE_CTX_free> context(X509_STORE_CTX_new());
+  if (!context || X509_STORE_CTX_init(context.get(), anchors_.get(), certificate_.handle(),
+                                      chain_.get()) != 1) {
+    ERR_clear_error();
+    return {-1, X509_V_ERR_OUT_OF_MEM};
+  }
+  const int verified = X509_verify_cert(context.get());
+  ERR_clear_error();
+  return {verified, X509_STORE_CTX_get_error(context.get())};
 }
 
 }  // namespace tessel

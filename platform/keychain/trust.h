@@ -2,17 +2,16 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/base/result.h"
 #include "platform/keychain/certificate.h"
 
 struct X509_VERIFY_PARAM_st;
-struct x509_store_ctx_st;
-struct x509_store_st;
 struct stack_st_X509;
+struct x509_store_st;
 
 namespace tessel {
 
@@ -25,11 +24,12 @@ enum class TrustResult {
   FatalFailure = 6,        // the certificate or a signature is broken
 };
 
-// The purpose "SSL server" for one host name or address.
+// The purpose "SSL server" for one host name or address. An address counts only against the
+// addresses that a certificate has, a name that begins with a full stop against nothing.
 class ServerPolicy {
  public:
-  // None when memory is short.
-  static std::optional<ServerPolicy> create(const std::string& hostName);
+  // Fails when memory is short.
+  static Result<ServerPolicy> create(const std::string& hostName);
 
  private:
   friend class Trust;
@@ -40,24 +40,26 @@ class ServerPolicy {
 // One certificate about to be evaluated under a policy.
 class Trust {
  public:
-  // The anchors are the system's: the file and folder that OpenSSL was built for, whatever the
-  // environment says. The other certificates may complete the chain, but never end it. None when
-  // memory is short.
-  static std::optional<Trust> create(const Certificate& certificate, const ServerPolicy& policy,
-                                     const std::vector<Certificate>& others);
+  // The anchors are the system's, whatever the environment says (trust_anchors.h). The other
+  // certificates may complete the chain, but never end it. Fails when memory is short.
+  static Result<Trust> create(const Certificate& certificate, const ServerPolicy& policy,
+                              const std::vector<Certificate>& others);
 
-  // Invalid when the evaluation itself fails. To be called once.
+  // Invalid when the evaluation itself fails.
   TrustResult evaluate() const;
 
  private:
-  explicit Trust(Certificate certificate) : certificate_(std::move(certificate)) {}
+  Trust(Certificate certificate, ServerPolicy policy)
+      : certificate_(std::move(certificate)), policy_(std::move(policy)) {}
+
+  // X509_verify_cert(3)'s result and, for 0, the reason by its number.
+  std::pair<int, int> verify() const;
 
   Certificate certificate_;
-  std::string hostName_;
+  ServerPolicy policy_;
   std::vector<Certificate> others_;
   std::shared_ptr<stack_st_X509> chain_;  // of the others
   std::shared_ptr<x509_store_st> anchors_;
-  std::shared_ptr<x509_store_ctx_st> context_;  // uses all of the above
 };
 
 }  // namespace tessel

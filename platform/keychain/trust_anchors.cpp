@@ -80,9 +80,12 @@ CertificatePointer decode(const EncodedCertificate& certificate) {
 
 }  // namespace
 
-void addTrustAnchors(X509_STORE* store, const std::vector<const X509*>& certificates) {
+void addAnchorFolder(X509_STORE* store) {
   (void)X509_STORE_load_path(store, X509_get_default_cert_dir());
+  ERR_clear_error();
+}
 
+void addAnchorsFromFile(X509_STORE* store, const std::vector<const X509*>& certificates) {
   // A chain is built by names. One that has met an authority may go on to that one's issuer.
   std::vector<const X509_NAME*> names;
   for (const X509* certificate : certificates) {

@@ -1,4 +1,4 @@
-// The certificates of the authorities that the system trusts: the file and the folder that OpenSSL
+// The certificates of the authorities that the system trusts: the folder and the file that OpenSSL
 // was built for. A host may have only one of the two, or none.
 #pragma once
 
@@ -8,9 +8,12 @@
 
 namespace tessel {
 
-// Puts those authorities into the store that a chain of these certificates can meet. The file holds
-// many more, and decoding them all, with their public keys, takes longer than all else that a
-// command does. What cannot be read is no authority.
-void addTrustAnchors(X509_STORE* store, const std::vector<const X509*>& certificates);
+// Has the store look for an issuer in the folder, by its name, when it meets one.
+void addAnchorFolder(X509_STORE* store);
+
+// Puts those authorities of the file into the store that a chain of these certificates can meet.
+// The file holds many more, and decoding them all, with their public keys, takes longer than all
+// else that a command does. What cannot be read is no authority.
+void addAnchorsFromFile(X509_STORE* store, const std::vector<const X509*>& certificates);
 
 }  // namespace tessel
