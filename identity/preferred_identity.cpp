@@ -86,12 +86,17 @@ std::optional<Identity> GetPreferredIdentityForName(const std::string& name) {
     reportError("SecKeychainOpen error: " + keychain.error().description);
     return std::nullopt;
   }
-  // A failed search is as silent as one that finds nothing.
-  const auto candidates = keychain->identities(name);
-  if (!candidates || candidates->empty()) return std::nullopt;
+  // A failed search is as silent as one that finds nothing. Damage is not: without a word, another
+  // identity would be used or made.
+  const auto found = keychain->identities(name);
+  if (!found) return std::nullopt;
+  for (const std::string& damage : found->damage) {
+    printErrorLine("The keychain is damaged, " + damage);
+  }
+  if (found->identities.empty()) return std::nullopt;
   const auto others = keychain->certificates();
   const Scan scan =
-      scanCandidates(*candidates, name, others ? *others : std::vector<Certificate>());
+      scanCandidates(found->identities, name, others ? *others : std::vector<Certificate>());
 
   auto chosen = choose(scan);
   if (!chosen) return std::nullopt;

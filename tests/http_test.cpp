@@ -98,6 +98,8 @@ TEST_F(HTTP, AnyCertificateIsTakenFromOneHostOnly) {
   EXPECT_EQ(ask("own", "web.example", "web.example"), "200\n");
   EXPECT_EQ(ask("own", "Web.Example", "WEB.example"), "200\n");
   EXPECT_EQ(ask("issued", "web.example", "web.example"), "200\n") << "whatever it is for";
+  EXPECT_EQ(ask("own", "127.1", "127.1"), "200\n") << "by whatever form of its address";
+  EXPECT_EQ(ask("own", "127.0.0.1", "0177.0.0.1"), "200\n");
   EXPECT_TRUE(fails(ask("own", "127.0.0.1", "web.example"), "signed certificate"));
   EXPECT_TRUE(fails(ask("own", "web.example", "localhost"), "signed certificate"));
   EXPECT_EQ(ask("issued", "localhost", "web.example"), "200\n") << "trusted";

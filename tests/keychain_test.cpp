@@ -156,6 +156,44 @@ TEST_F(KeychainTool, SaysWhyAKeychainCannotBeOpened) {
   }
 }
 
+TEST_F(KeychainTool, SaysWhatIsDamaged) {
+  ASSERT_EQ(
+      host.shell("tessel-keychain import /pki/a.pem /pki/a.key; cp " + kKeychain + " /tmp/good")
+          .status,
+      0);
+  host.configure("<key>ServerSSL</key><true/><key>ServerName</key><string>a.example</string>");
+  const std::vector<std::array<const char*, 3>> cases{
+      // What is changed, and the damaged item.
+      {"der = substr(der, 1, 100)", "certificate", "item 2"},
+      {"der = substr(der, 1, 100)", "private key", "item 1"},
+      {"public_key_digest = 'x'", "certificate", "item 2"},
+      {"public_key_digest = 'x'", "private key", "item 1"},
+  };
+  for (const auto& [change, itemClass, item] : cases) {
+    SCOPED_TRACE(std::string(change) + itemClass);
+    ASSERT_EQ(host.shell("cp /tmp/good " + kKeychain + "; HOME=/ sqlite3 " + kKeychain +
+                         " \"UPDATE item SET " + change + " WHERE class = '" + itemClass + "'\"")
+                  .status,
+              0);
+    EXPECT_PRED2(contains, host.keychain({"list"}).errors, std::string(item) + " is damaged: ");
+    EXPECT_PRED2(contains, host.tesselctl({"start"}).errors,
+                 "The keychain is damaged, " + std::string(item) + ": ");
+    host.setEnvironment("");
+  }
+  // An index that does not lead to what is there.
+  ASSERT_EQ(host.shell("K=" + kKeychain + R"sh(; cp /tmp/good $K; export HOME=/
+    name="name = 'item_by_public_key'"
+    root=$(sqlite3 $K "SELECT rootpage FROM sqlite_schema WHERE $name")
+    sql=$(sqlite3 $K "SELECT sql FROM sqlite_schema WHERE $name")
+    sqlite3 $K "PRAGMA writable_schema = ON; DELETE FROM sqlite_schema WHERE $name"
+    sqlite3 $K "UPDATE item SET public_key_digest = 'x'"
+    sqlite3 $K "PRAGMA writable_schema = ON;
+      INSERT INTO sqlite_schema VALUES ('index', 'item_by_public_key', 'item', $root, '$sql')")sh")
+                .status,
+            0);
+  expectFailure(host.keychain({"list"}), "is damaged");
+}
+
 TEST_F(KeychainTool, TakesAnEmptyFileForAnEmptyKeychainAndClosesIt) {
   host.write(kKeychain, "", 0644);
   EXPECT_EQ(host.keychain({"list"}).output, "The keychain is empty.\n");

@@ -17,7 +17,8 @@ class Validation : public testing::Test {
     host.write("/etc/hosts", "127.0.0.1 localhost loop.example 7\n192.0.2.5 canonical.example " +
                                  Sandbox::hostName() + " an-alias.example localhost\n2001:db8::5 " +
                                  Sandbox::hostName() + " six.example\n192.0.2.6 other.example\n" +
-                                 "127.0.0.1 second.example\n");
+                                 "127.0.0.1 second.example # no.example\n::1 first-six.example\n" +
+                                 "::1 second-six.example\n127.0.1.1 debian.example\nx y\n");
   }
 
   // What a report says from the check of the configuration on, with "! " for the red "Error: ".
@@ -129,7 +130,8 @@ TEST_F(Validation, ListsEveryNameAndAddressOnce) {
   EXPECT_PRED2(contains, report,
                "Available names: (\n    sandbox.example.net,\n    canonical.example,\n"
                "    \"an-alias.example\",\n    localhost,\n    six.example,\n    loop.example,\n"
-               "    7,\n    second.example\n)\n");
+               "    7,\n    \"first-six.example\",\n    second.example,\n"
+               "    \"second-six.example\",\n    debian.example\n)\n");
   EXPECT_PRED2(contains, report, "Available addresses: (\n    127.0.0.1");
 
   // An entry that is larger than any sensible buffer, and none at all.

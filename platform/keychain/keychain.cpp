@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/base/system_error.h"
@@ -48,42 +49,77 @@ constexpr const char* kIsOurSchema = R"(
   FROM sqlite_schema
 )";
 
-// Certificates and, beside each, the key of the same public key.
-constexpr const char* kIdentitiesByLabel = R"(
-  SELECT c.der, k.der FROM item c JOIN item k ON k.id =
+// Certificates and, beside each, the key of the same public key, if there is one.
+constexpr const char* kCertificatesByLabel = R"(
+  SELECT c.id, c.der, c.public_key_digest, k.id, k.der FROM item c LEFT JOIN item k ON k.id =
     (SELECT min(id) FROM item
      WHERE public_key_digest = c.public_key_digest AND class = 'private key')
   WHERE c.class = 'certificate' AND c.label = ? ORDER BY c.id
 )";
 
+// The keys of no certificate: what a creation that was killed left, or what is damaged.
+constexpr const char* kKeysAlone = R"(
+  SELECT id, der, public_key_digest FROM item k WHERE class = 'private key' AND NOT EXISTS
+    (SELECT 1 FROM item c WHERE c.class = 'certificate' AND c.public_key_digest = k.public_key_digest)
+)";
+
 constexpr const char* kItems = R"(
-  SELECT i.id, i.class, i.label, i.der, EXISTS
+  SELECT i.id, i.class, i.label, i.der, i.public_key_digest, EXISTS
     (SELECT 1 FROM item o WHERE o.public_key_digest = i.public_key_digest AND o.class =
        CASE i.class WHEN 'certificate' THEN 'private key' ELSE 'certificate' END)
   FROM item i ORDER BY i.id
 )";
 
-bool makeSchema(const Database& database) {
-  return database.execute(kItemTable) && database.execute(kItemIndex) &&
-         database.execute(kTrustedProgramTable) && database.execute(kHeader);
+// Another run that is writing is waited for; a writer that died holds no lock.
+constexpr std::chrono::seconds kLongestWait(30);
+
+Status makeSchema(const sql::Database& database) {
+  for (const char* part : {kItemTable, kItemIndex, kTrustedProgramTable, kHeader}) {
+    if (Status made = database.execute(part); !made) return made;
+  }
+  return {};
 }
 
-bool hasOurSchema(const Database& database) {
-  Statement statement = database.prepare(kIsOurSchema);
-  statement.bind(kItemTable).bind(kItemIndex).bind(kTrustedProgramTable);
-  return statement.step() && statement.number(0) == 1;
+Result<bool> hasOurSchema(const sql::Database& database) {
+  auto query = database.prepare(kIsOurSchema);
+  if (!query) return query.error();
+  const auto is = query->with(kItemTable, kItemIndex, kTrustedProgramTable).firstNumber();
+  if (!is) return is.error();
+  return *is == 1;
 }
 
-bool addItem(const Database& database, const char* itemClass, const std::string& label,
-             std::string_view der, const SHA256Digest& publicKey) {
-  return database
-      .prepare("INSERT INTO item (class, label, der, public_key_digest) VALUES (?, ?, ?, ?)")
-      .bind(itemClass)
-      .bind(label)
-      .bindBlob(der)
-      .bindBlob(bytesOf(publicKey))
-      .run();
+// Runs a statement that yields no rows.
+template <typename... Values>
+Status run(const sql::Database& database, const char* sql, const Values&... values) {
+  auto statement = database.prepare(sql);
+  if (!statement) return statement.error();
+  return statement->with(values...).run();
 }
+
+// What a query counts.
+template <typename... Values>
+Result<std::int64_t> count(const sql::Database& database, const char* sql,
+                           const Values&... values) {
+  auto statement = database.prepare(sql);
+  if (!statement) return statement.error();
+  return statement->with(values...).firstNumber();
+}
+
+// Calls the function for each row of a query.
+template <typename Function, typename... Values>
+Status forEachRow(const sql::Database& database, const char* sql, Function function,
+                  const Values&... values) {
+  auto statement = database.prepare(sql);
+  if (!statement) return statement.error();
+  statement->with(values...);
+  for (auto row = statement->step();; row = statement->step()) {
+    if (!row) return row.error();
+    if (!*row) return {};
+    function(*statement);
+  }
+}
+
+sql::Blob blobOf(const SHA256Digest& digest) { return {bytesOf(digest)}; }
 
 // What is stored of a certificate.
 struct EncodedCertificate {
@@ -99,57 +135,60 @@ Result<EncodedCertificate> encode(const Certificate& certificate) {
   return EncodedCertificate{*std::move(der), *digest};
 }
 
-bool addCertificateItem(const Database& database, const EncodedCertificate& certificate,
-                        const std::string& label) {
+// Decodes a certificate or key whose public key must have this digest.
+template <typename Decoded>
+Result<Decoded> decode(std::string_view der, std::string_view publicKeyDigest) {
+  Result<Decoded> decoded = Decoded::fromDER(der);
+  if (!decoded) return decoded;
+  const auto digest = decoded->publicKeyDigest();
+  if (!digest) return digest.error();
+  if (bytesOf(*digest) != publicKeyDigest)
+    return Error{"its public key is not the one noted of it"};
+  return decoded;
+}
+
+Status addItem(const sql::Database& database, std::string_view itemClass, const std::string& label,
+               std::string_view der, const SHA256Digest& publicKey) {
+  return run(database,
+             "INSERT INTO item (class, label, der, public_key_digest) VALUES (?, ?, ?, ?)",
+             itemClass, label, sql::BorrowedBlob{der}, blobOf(publicKey));
+}
+
+Status addCertificateItem(const sql::Database& database, const EncodedCertificate& certificate,
+                          const std::string& label) {
   return addItem(database, "certificate", label, certificate.der, certificate.publicKeyDigest);
 }
 
-bool addPrivateKey(const Database& database, const std::string& label, const Secret& der,
-                   const SHA256Digest& publicKey, const AccessObject& access) {
-  if (!database
-           .prepare("INSERT INTO item (class, label, der, public_key_digest, access_description) "
-                    "VALUES ('private key', ?, ?, ?, ?)")
-           .bind(label)
-           .bindBlob(der.view())
-           .bindBlob(bytesOf(publicKey))
-           .bind(access.description)
-           .run()) {
-    return false;
-  }
+Status addPrivateKey(const sql::Database& database, const std::string& label, const Secret& der,
+                     const SHA256Digest& publicKey, const AccessObject& access) {
+  Status added = run(database,
+                     "INSERT INTO item (class, label, der, public_key_digest, access_description) "
+                     "VALUES ('private key', ?, ?, ?, ?)",
+                     label, sql::BorrowedBlob{der.view()}, blobOf(publicKey), access.description);
   const std::int64_t item = database.lastRowID();
   std::int64_t position = 0;
   for (const std::string& program : access.trustedPrograms) {
-    if (!database.prepare("INSERT INTO trusted_program VALUES (?, ?, ?)")
-             .bind(item)
-             .bind(position++)
-             .bind(program)
-             .run()) {
-      return false;
-    }
+    if (!added) return added;
+    added =
+        run(database, "INSERT INTO trusted_program VALUES (?, ?, ?)", item, position++, program);
   }
-  return true;
+  return added;
 }
 
 // The label under which this certificate is stored, if it is.
-std::optional<std::string> labelOf(const Database& database, const std::string& der) {
-  Statement statement =
-      database.prepare("SELECT label FROM item WHERE class = 'certificate' AND der = ?");
-  statement.bindBlob(der);
-  if (!statement.step()) return std::nullopt;
-  return std::string(statement.bytes(0));
+Result<std::optional<std::string>> labelOf(const sql::Database& database, const std::string& der) {
+  std::optional<std::string> label;
+  const Status read = forEachRow(
+      database, "SELECT label FROM item WHERE class = 'certificate' AND der = ? LIMIT 1",
+      [&label](const sql::Statement& row) { label = row.bytes(0); }, sql::Blob{der});
+  if (!read) return read.error();
+  return label;
 }
 
-bool hasPrivateKey(const Database& database, const SHA256Digest& publicKey) {
-  return database
-      .prepare("SELECT 1 FROM item WHERE class = 'private key' AND public_key_digest = ?")
-      .bindBlob(bytesOf(publicKey))
-      .step();
-}
-
-std::int64_t certificatesOf(const Database& database, const std::string& publicKey) {
-  Statement statement = database.prepare(
-      "SELECT count(*) FROM item WHERE class = 'certificate' AND public_key_digest = ?");
-  return statement.bindBlob(publicKey).step() ? statement.number(0) : 0;
+Result<std::int64_t> certificatesOf(const sql::Database& database, const std::string& publicKey) {
+  return count(database,
+               "SELECT count(*) FROM item WHERE class = 'certificate' AND public_key_digest = ?",
+               sql::Blob{publicKey});
 }
 
 }  // namespace
@@ -184,25 +223,44 @@ Result<Keychain> Keychain::open(const std::string& path) {
 }
 
 Result<bool> Keychain::openExisting() {
-  Result<Database> opened = Database::open(path_);
-  if (!opened) return Error{"cannot read " + path_ + ": " + opened.error().description};
-  Statement header = opened->prepare(
-      "SELECT (SELECT application_id FROM pragma_application_id),"
-      " (SELECT user_version FROM pragma_user_version),"
-      " (SELECT count(*) FROM sqlite_schema)");
-  if (!header.step()) return Error{path_ + " is no keychain: " + opened->error().description};
-  const bool empty = header.number(2) == 0;
-  if (!empty && header.number(0) != kApplicationID) return Error{path_ + " is no keychain"};
-  if (!empty && header.number(1) != kFormatVersion) {
-    return Error{path_ + " was written by another version of this program"};
+  const auto unreadable = [this](const Error& reason) {
+    return Error{"cannot read " + path_ + ": " + reason.description, reason.code};
+  };
+  const Error noKeychain{path_ + " is no keychain"};
+  sql::Database::Options options;
+  options.longestWait = kLongestWait;
+  auto opened = sql::Database::open(path_, options);
+  if (!opened) return unreadable(opened.error());
+  // What is deleted is overwritten, and a commit is on disk, folder entry included, when it
+  // returns.
+  if (const Status set = opened->execute("PRAGMA secure_delete = ON; PRAGMA synchronous = EXTRA;"
+                                         "PRAGMA foreign_keys = ON;");
+      !set) {
+    return unreadable(set.error());
   }
-  if (!empty && !hasOurSchema(*opened)) return Error{path_ + " is no keychain"};
-  // Pages that lead in circles, or to one page many times over, are found here.
-  Statement check = opened->prepare("PRAGMA quick_check(1)");
-  if (!check.step()) return Error{"cannot read " + path_ + ": " + opened->error().description};
-  if (check.bytes(0) != "ok") return Error{path_ + " is damaged"};
-  if (!opened->execute("PRAGMA foreign_keys = ON")) return opened->error();
-  database_ = std::move(*opened);
+  const auto tables = opened->number("SELECT count(*) FROM sqlite_schema");
+  if (!tables) return Error{noKeychain.description + ": " + tables.error().description};
+  const bool empty = *tables == 0;
+  if (!empty) {
+    const auto application = opened->number("PRAGMA application_id");
+    const auto version = opened->number("PRAGMA user_version");
+    if (!application || *application != kApplicationID) return noKeychain;
+    if (!version || *version != kFormatVersion) {
+      return Error{path_ + " was written by another version of this program"};
+    }
+    const auto ours = hasOurSchema(*opened);
+    if (!ours || !*ours) return noKeychain;
+    // Pages that lead in circles, and an index that does not lead to what is there, show here.
+    std::string verdict;
+    const Status checked = forEachRow(*opened, "PRAGMA integrity_check(1)",
+                                      [&](const sql::Statement& row) { verdict = row.bytes(0); });
+    if (!checked) return unreadable(checked.error());
+    if (verdict != "ok") {
+      std::replace(verdict.begin(), verdict.end(), '\n', ' ');
+      return Error{path_ + " is damaged: " + verdict};
+    }
+  }
+  database_ = *std::move(opened);
   return empty;
 }
 
@@ -220,41 +278,62 @@ Status Keychain::prepareForWriting() {
 template <typename Function>
 Status Keychain::change(Function function) {
   if (Status prepared = prepareForWriting(); !prepared) return prepared;
-  Transaction transaction(*database_);
-  if (!transaction) return database_->error();
-  if (database_->number("SELECT count(*) FROM sqlite_schema") == 0 &&
-      (::chmod(path_.c_str(), kKeychainMode) != 0 || !makeSchema(*database_))) {
-    return Error{"cannot make the keychain " + path_};
+  auto transaction = sql::Transaction::begin(*database_);
+  if (!transaction) return transaction.error();
+  const auto tables = database_->number("SELECT count(*) FROM sqlite_schema");
+  if (!tables) return tables.error();
+  if (*tables == 0) {
+    if (::chmod(path_.c_str(), kKeychainMode) != 0) return systemError("cannot close " + path_);
+    if (Status made = makeSchema(*database_); !made) return made;
   }
   if (Status changed = function(*database_); !changed) return changed;
-  if (!transaction.commit()) return database_->error();
+  // The journal goes last: once it is gone the changes have been made, and as with other files a
+  // folder that cannot be synced is no failure.
+  const Status committed = transaction->commit();
+  if (!committed && sql::failureOf(committed.error()) != sql::Failure::NotSynced) return committed;
   return {};
 }
 
-Result<std::vector<Identity>> Keychain::identities(const std::string& label) const {
-  std::vector<Identity> found;
+Result<FoundIdentities> Keychain::identities(const std::string& label) const {
+  FoundIdentities found;
   if (!database_) return found;
-  Statement statement = database_->prepare(kIdentitiesByLabel);
-  statement.bind(label);
-  while (statement.step()) {
-    Result<Certificate> certificate = Certificate::fromDER(statement.bytes(0));
-    Result<PrivateKey> key = PrivateKey::fromDER(statement.bytes(1));
-    if (certificate && key) found.push_back({std::move(*certificate), std::move(*key)});
+  const auto damaged = [&found](std::int64_t item, const Error& reason) {
+    found.damage.push_back("item " + std::to_string(item) + ": " + reason.description);
+  };
+  bool everyKeyIsThere = true;
+  const auto look = [&](const sql::Statement& row) {
+    auto certificate = decode<Certificate>(row.bytes(1), row.bytes(2));
+    if (!certificate) return damaged(row.number(0), certificate.error());
+    if (row.number(3) == 0) {
+      everyKeyIsThere = false;
+      return;
+    }
+    auto key = decode<PrivateKey>(row.bytes(4), row.bytes(2));
+    if (!key) return damaged(row.number(3), key.error());
+    found.identities.push_back({*std::move(certificate), *std::move(key)});
+  };
+  if (const Status read = forEachRow(*database_, kCertificatesByLabel, look, label); !read) {
+    return read.error();
   }
-  if (statement.failed()) return database_->error();
+  if (everyKeyIsThere) return found;
+  const auto lookAtKey = [&](const sql::Statement& row) {
+    const auto key = decode<PrivateKey>(row.bytes(1), row.bytes(2));
+    if (!key) damaged(row.number(0), key.error());
+  };
+  if (const Status read = forEachRow(*database_, kKeysAlone, lookAtKey); !read) return read.error();
   return found;
 }
 
 Result<std::vector<Certificate>> Keychain::certificates() const {
   std::vector<Certificate> found;
   if (!database_) return found;
-  Statement statement =
-      database_->prepare("SELECT der FROM item WHERE class = 'certificate' ORDER BY id");
-  while (statement.step()) {
-    Result<Certificate> certificate = Certificate::fromDER(statement.bytes(0));
-    if (certificate) found.push_back(std::move(*certificate));
-  }
-  if (statement.failed()) return database_->error();
+  const Status read =
+      forEachRow(*database_, "SELECT der FROM item WHERE class = 'certificate' ORDER BY id",
+                 [&found](const sql::Statement& row) {
+                   Result<Certificate> certificate = Certificate::fromDER(row.bytes(0));
+                   if (certificate) found.push_back(*std::move(certificate));
+                 });
+  if (!read) return read.error();
   return found;
 }
 
@@ -262,16 +341,16 @@ Result<Identity> Keychain::identityWithCertificate(const Certificate& certificat
   const auto digest = certificate.publicKeyDigest();
   if (!digest) return digest.error();
   if (!database_) return Error{"the keychain is empty"};
-  Statement statement = database_->prepare(
-      "SELECT der FROM item WHERE class = 'private key' AND public_key_digest = ? ORDER BY id");
-  statement.bindBlob(bytesOf(*digest));
-  if (!statement.step()) {
-    return statement.failed() ? database_->error()
-                              : Error{"the keychain holds no private key for the certificate"};
-  }
-  Result<PrivateKey> key = PrivateKey::fromDER(statement.bytes(0));
+  Result<PrivateKey> key = Error{"the keychain holds no private key for the certificate"};
+  const Status read = forEachRow(
+      *database_,
+      "SELECT der FROM item WHERE class = 'private key' AND public_key_digest = ? "
+      "ORDER BY id LIMIT 1",
+      [&key](const sql::Statement& row) { key = PrivateKey::fromDER(row.bytes(0)); },
+      blobOf(*digest));
+  if (!read) return read.error();
   if (!key) return key.error();
-  return Identity{certificate, std::move(*key)};
+  return Identity{certificate, *std::move(key)};
 }
 
 Status Keychain::addKeyPair(const PrivateKey& key, const std::string& label,
@@ -282,58 +361,55 @@ Status Keychain::addKeyPair(const PrivateKey& key, const std::string& label,
   if (!publicKey) return publicKey.error();
   const auto der = key.der();
   if (!der) return der.error();
-  return change([&](const Database& db) -> Status {
-    if (!addPrivateKey(db, label, *der, *digest, access) ||
-        !addItem(db, "public key", label, *publicKey, *digest)) {
-      return db.error();
-    }
-    return {};
+  return change([&](const sql::Database& db) -> Status {
+    Status added = addPrivateKey(db, label, *der, *digest, access);
+    return added ? addItem(db, "public key", label, *publicKey, *digest) : added;
   });
 }
 
 Status Keychain::addCertificate(const Certificate& certificate, const std::string& label) {
   const auto encoded = encode(certificate);
   if (!encoded) return encoded.error();
-  return change([&](const Database& db) -> Status {
-    if (!addCertificateItem(db, *encoded, label)) return db.error();
-    return {};
-  });
+  return change([&](const sql::Database& db) { return addCertificateItem(db, *encoded, label); });
 }
 
 Status Keychain::deletePublicKey(const PrivateKey& key) {
   const auto digest = key.publicKeyDigest();
   if (!digest) return digest.error();
-  return change([&](const Database& db) -> Status {
-    Statement statement =
-        db.prepare("DELETE FROM item WHERE class = 'public key' AND public_key_digest = ?");
-    if (!statement.bindBlob(bytesOf(*digest)).run()) return db.error();
-    return {};
+  return change([&](const sql::Database& db) {
+    return run(db, "DELETE FROM item WHERE class = 'public key' AND public_key_digest = ?",
+               blobOf(*digest));
   });
 }
 
 Result<std::vector<KeychainItem>> Keychain::items() const {
   std::vector<KeychainItem> found;
   if (!database_) return found;
-  Statement statement = database_->prepare(kItems);
-  while (statement.step()) {
-    const std::string_view itemClass = statement.bytes(1);
-    const bool paired = statement.number(4) != 0;
+  const auto look = [&found](const sql::Statement& row) {
+    const std::string_view itemClass = row.bytes(1);
+    const bool paired = row.number(5) != 0;
     KeychainItem item;
-    item.id = statement.number(0);
-    item.label = statement.bytes(2);
+    item.id = row.number(0);
+    item.label = row.bytes(2);
     if (itemClass == "certificate") {
       item.kind = paired ? KeychainItem::Kind::Identity : KeychainItem::Kind::Certificate;
-      Result<Certificate> certificate = Certificate::fromDER(statement.bytes(3));
-      if (certificate) item.certificate = std::move(*certificate);
+      auto certificate = decode<Certificate>(row.bytes(3), row.bytes(4));
+      if (certificate) {
+        item.certificate = *std::move(certificate);
+      } else {
+        item.damage = certificate.error().description;
+      }
     } else if (itemClass == "private key") {
-      if (paired) continue;
       item.kind = KeychainItem::Kind::PrivateKey;
+      const auto key = decode<PrivateKey>(row.bytes(3), row.bytes(4));
+      if (!key) item.damage = key.error().description;
+      if (paired && key) return;
     } else {
       item.kind = KeychainItem::Kind::PublicKey;
     }
     found.push_back(std::move(item));
-  }
-  if (statement.failed()) return database_->error();
+  };
+  if (const Status read = forEachRow(*database_, kItems, look); !read) return read.error();
   return found;
 }
 
@@ -355,19 +431,26 @@ Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& c
   }
 
   auto outcome = ImportOutcome::AlreadyThere;
-  const Status imported = change([&](const Database& db) -> Status {
+  const Status imported = change([&](const sql::Database& db) -> Status {
     const auto present = labelOf(db, certificates.front().der);
-    if (present && *present != label) {
-      return Error{"the certificate is there already, labelled \"" + *present + "\""};
+    if (!present) return present.error();
+    if (*present && **present != label) {
+      return Error{"the certificate is there already, labelled \"" + **present + "\""};
     }
-    if (!hasPrivateKey(db, *digest)) {
-      if (!addPrivateKey(db, label, *der, *digest, access)) return db.error();
+    const auto keys =
+        count(db, "SELECT count(*) FROM item WHERE class = 'private key' AND public_key_digest = ?",
+              blobOf(*digest));
+    if (!keys) return keys.error();
+    if (*keys == 0) {
+      if (Status added = addPrivateKey(db, label, *der, *digest, access); !added) return added;
       outcome = ImportOutcome::Imported;
     }
     for (size_t i = 0; i < chain.size(); ++i) {
-      if (labelOf(db, certificates[i].der)) continue;
+      const auto its = labelOf(db, certificates[i].der);
+      if (!its) return its.error();
+      if (*its) continue;
       const std::string itsLabel = i == 0 ? label : chain[i].commonName().value_or("");
-      if (!addCertificateItem(db, certificates[i], itsLabel)) return db.error();
+      if (Status added = addCertificateItem(db, certificates[i], itsLabel); !added) return added;
       outcome = ImportOutcome::Imported;
     }
     return {};
@@ -379,22 +462,27 @@ Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& c
 Status Keychain::deleteItem(std::int64_t id) {
   const Error noSuchItem{"the keychain holds no item " + std::to_string(id)};
   if (!database_) return noSuchItem;
-  return change([&](const Database& db) -> Status {
-    Statement item = db.prepare("SELECT class, public_key_digest FROM item WHERE id = ?");
-    if (!item.bind(id).step()) return item.failed() ? db.error() : noSuchItem;
-    const bool isCertificate = item.bytes(0) == "certificate";
-    const std::string digest(item.bytes(1));
-    if (!isCertificate && item.bytes(0) == "private key" && certificatesOf(db, digest) > 0) {
+  return change([&](const sql::Database& db) -> Status {
+    std::optional<std::string> itemClass;
+    std::string digest;
+    const auto look = [&](const sql::Statement& row) {
+      itemClass = row.bytes(0);
+      digest = row.bytes(1);
+    };
+    const Status read =
+        forEachRow(db, "SELECT class, public_key_digest FROM item WHERE id = ?", look, id);
+    if (!read) return read;
+    if (!itemClass) return noSuchItem;
+    const auto holders = certificatesOf(db, digest);
+    if (!holders) return holders.error();
+    if (*itemClass == "private key" && *holders > 0) {
       return Error{"item " + std::to_string(id) + " is the private key of an identity"};
     }
-    if (!db.prepare("DELETE FROM item WHERE id = ?").bind(id).run()) return db.error();
-    if (isCertificate && certificatesOf(db, digest) == 0 &&
-        !db.prepare("DELETE FROM item WHERE class = 'private key' AND public_key_digest = ?")
-             .bindBlob(digest)
-             .run()) {
-      return db.error();
-    }
-    return {};
+    Status deleted = run(db, "DELETE FROM item WHERE id = ?", id);
+    // A renewed certificate may have the key as well.
+    if (!deleted || *itemClass != "certificate" || *holders > 1) return deleted;
+    return run(db, "DELETE FROM item WHERE class = 'private key' AND public_key_digest = ?",
+               sql::Blob{digest});
   });
 }
 

@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "platform/base/result.h"
+#include "platform/database/database.h"
 #include "platform/keychain/certificate.h"
-#include "platform/keychain/database.h"
+#include "platform/keychain/private_key.h"
 
 namespace tessel {
 
@@ -32,13 +33,21 @@ struct Identity {
   PrivateKey privateKey;
 };
 
+// What a look for identities found.
+struct FoundIdentities {
+  std::vector<Identity> identities;
+  // What was passed over since it is damaged, each as "item 12: the reason".
+  std::vector<std::string> damage;
+};
+
 struct KeychainItem {
   enum class Kind { Identity, Certificate, PrivateKey, PublicKey };
 
   std::int64_t id = 0;  // never given to another item
   Kind kind = Kind::Certificate;
   std::string label;
-  std::optional<Certificate> certificate;  // of identities and certificates that can be decoded
+  std::optional<Certificate> certificate;  // of identities and certificates, unless damaged
+  std::optional<std::string> damage;       // why its content makes no sense
 };
 
 enum class ImportOutcome { Imported, AlreadyThere };
@@ -51,8 +60,8 @@ class Keychain {
   static Result<Keychain> open(const std::string& path);
 
   // The identities whose certificate has exactly this label, in the order in which the certificates
-  // were added. One whose certificate or key cannot be decoded is left out.
-  Result<std::vector<Identity>> identities(const std::string& label) const;
+  // were added.
+  Result<FoundIdentities> identities(const std::string& label) const;
 
   // Every certificate that can be decoded, in the order in which they were added.
   Result<std::vector<Certificate>> certificates() const;
@@ -86,13 +95,13 @@ class Keychain {
   // first change.
   Result<bool> openExisting();
   Status prepareForWriting();
-  // Runs `function(const Database&)`, which returns a Status, in one transaction that is undone
+  // Runs `function(const sql::Database&)`, which returns a Status, in one transaction that is undone
   // when it fails.
   template <typename Function>
   Status change(Function function);
 
   std::string path_;
-  std::optional<Database> database_;  // none while there is nothing in the file
+  std::optional<sql::Database> database_;  // none while there is nothing in the file
 };
 
 }  // namespace tessel

@@ -9,8 +9,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <fstream>
 #include <memory>
 #include <optional>
+#include <sstream>
+#include <utility>
 
 #include "platform/base/text.h"
 
@@ -92,6 +95,36 @@ void addNames(std::vector<std::string>& names, const std::optional<HostEntry>& e
   for (const std::string& name : entry->names) addOnce(names, name);
 }
 
+// The lines of hosts(5), one entry each.
+std::vector<HostEntry> listedHosts() {
+  std::vector<HostEntry> entries;
+  std::ifstream file("/etc/hosts");
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream words(line.substr(0, line.find('#')));
+    HostEntry entry;
+    std::string address;
+    words >> address;
+    in_addr four{};
+    in6_addr six{};
+    if (::inet_pton(AF_INET, address.c_str(), &four) == 1) {
+      entry.addresses.push_back(makeAddress(AF_INET, four));
+    } else if (::inet_pton(AF_INET6, address.c_str(), &six) == 1) {
+      entry.addresses.push_back(makeAddress(AF_INET6, six));
+    } else {
+      continue;
+    }
+    for (std::string name; words >> name;) entry.names.push_back(name);
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+// All of 127.0.0.0/8 is this machine (RFC 1122, section 3.2.1.3); Debian gives the host's own names
+// the address 127.0.1.1, which no interface has.
+bool isLoopback(const Address& address) {
+  return address.family == AF_INET && address.bytes.starts_with('\x7F');
+}
+
 }  // namespace
 
 std::optional<std::string> hostName() {
@@ -120,16 +153,15 @@ std::vector<std::string> hostNames() {
                return ::gethostbyaddr_r(address.bytes.data(), length, address.family, to...);
              }));
   }
-  // A look-up by address ends at the first line of hosts(5) that has it.
-  ::sethostent(0);
-  while (const auto entry = findEntry([](auto... to) { return ::gethostent_r(to...); })) {
-    const bool isThisHost =
-        std::any_of(entry->addresses.begin(), entry->addresses.end(), [&](const Address& address) {
-          return std::find(addresses.begin(), addresses.end(), address) != addresses.end();
-        });
-    if (isThisHost) addNames(names, entry);
+  // A look-up by address ends at the first line that has it, and the enumeration of the hosts
+  // database, gethostent(3), passes over IPv6.
+  for (const HostEntry& entry : listedHosts()) {
+    const Address& address = entry.addresses.front();
+    if (isLoopback(address) ||
+        std::find(addresses.begin(), addresses.end(), address) != addresses.end()) {
+      addNames(names, entry);
+    }
   }
-  ::endhostent();
   return names;
 }
 

@@ -12,9 +12,9 @@ namespace tessel {
 // or the name is not UTF-8.
 std::optional<std::string> hostName();
 
-// The host's name, then every name (canonical or alias) that the name service gives for it, for
-// each of hostAddresses(), and in its list of hosts next to one of these; each once and in this
-// order. What cannot be looked up adds no name.
+// The host's name, then every name (canonical or alias) that the name service gives for it and for
+// each of hostAddresses(), then those next to one of these or to a loopback address in hosts(5); each
+// once and in this order. What cannot be looked up adds no name.
 std::vector<std::string> hostNames();
 
 // The IPv4 and IPv6 addresses of all network interfaces, loopback included, each once and in the

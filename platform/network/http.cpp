@@ -20,12 +20,24 @@ size_t discard(const char* /*bytes*/, size_t size, size_t count, void* /*context
   return size * count;
 }
 
-// The host of a parsed URL, empty when it has none.
+// The host of a parsed URL, empty when it has none. The library has rewritten addresses: 127.2 is
+// 127.0.0.2.
 std::string hostOf(const CurlLibrary& curl, CURLU* url) {
   char* host = nullptr;
   (void)curl.url_get(url, CURLUPART_HOST, &host, 0);
   const Text owned(host, curl.free);
   return host == nullptr ? std::string() : std::string(host);
+}
+
+// Whether this name of a host becomes the URL's host when it stands in a URL itself.
+bool isHostOf(const CurlLibrary& curl, CURLU* url, const std::string& name) {
+  const URL other(curl.url(), curl.url_cleanup);
+  if (!other || curl.url_set(other.get(), CURLUPART_URL, ("https://" + name + "/").c_str(),
+                             CURLU_DISALLOW_USER) != CURLUE_OK) {
+    return false;
+  }
+  const std::string host = hostOf(curl, url);
+  return !host.empty() && ::strcasecmp(host.c_str(), hostOf(curl, other.get()).c_str()) == 0;
 }
 
 }  // namespace
@@ -44,8 +56,7 @@ Result<std::int64_t> httpGet(const std::string& url, const std::string& anyCerti
   const CURLUcode malformed =
       curl->url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_DISALLOW_USER);
   if (malformed != CURLUE_OK) return Error{curl->url_strerror(malformed)};
-  const bool anyCertificate =
-      ::strcasecmp(hostOf(*curl, parsed.get()).c_str(), anyCertificateHost.c_str()) == 0;
+  const bool anyCertificate = isHostOf(*curl, parsed.get(), anyCertificateHost);
 
   CURLcode status = CURLE_OK;
   const auto set = [&](CURLoption option, auto value) {

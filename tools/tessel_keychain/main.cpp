@@ -89,6 +89,10 @@ int list(const Keychain& keychain) {
     row(std::to_string(item.id), nameOf(item.kind),
         item.certificate ? item.certificate->expiryDay().value_or("") : "-",
         item.certificate ? fingerprint(*item.certificate) : "-", shown(item.label));
+    if (item.damage) {
+      printErrorLine("tessel-keychain: item " + std::to_string(item.id) +
+                     " is damaged: " + *item.damage);
+    }
   }
   return kDone;
 }
