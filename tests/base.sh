@@ -3,6 +3,7 @@
 # the tools that the tests' scripts call, and the libraries of all of them.
 # Usage: base.sh FOLDER PROGRAM=PLACE...
 set -eu
+umask 022
 
 folder=$1
 shift

@@ -88,6 +88,7 @@ std::string Sandbox::hostName() {
 }
 
 Sandbox::Sandbox() {
+  umask(022);  // folders inside are like a machine's, whatever this process was given
   fs::create_directories(TESSEL_SANDBOX_ROOTS);
   std::string pattern = std::string(TESSEL_SANDBOX_ROOTS) + "/XXXXXX";
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
