@@ -24,8 +24,12 @@ TEST(CommandLine, UsageComesBeforeEveryCheck) {
     EXPECT_EQ(outcome.output, kUsage + "\n");
     EXPECT_EQ(outcome.errors, "");
   }
-  host.makeLink("/usr/sbin/webshare", "tesselctl");
-  EXPECT_PRED2(contains, host.run({"/usr/sbin/webshare"}).output, "Usage: webshare [");
+  // The program's own name counts as an argument, too.
+  for (const std::string name : {"webshare", "-h"}) {
+    host.makeLink("/usr/sbin/" + name, "tesselctl");
+    EXPECT_PRED2(contains, host.shell("'" + name + "' " + (name == "-h" ? "status" : "")).output,
+                 "Usage: " + name + " [");
+  }
 }
 
 TEST(CommandLine, EveryWordNeedsRoot) {

@@ -70,6 +70,15 @@ TEST_F(KeychainTool, ImportsListsAndDeletes) {
   EXPECT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
   EXPECT_EQ(listed(host),
             "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n7 identity a.example\n");
+
+  // A certificate that was renewed has the key of the one before, which stays when that one goes.
+  ASSERT_EQ(host.shell("cd /pki; openssl x509 -in a.pem -CA root.pem -CAkey root.key -days 90 "
+                       "-out renewed.pem && tessel-keychain import renewed.pem a.key")
+                .output,
+            "Imported identity a.example\n");
+  EXPECT_EQ(host.keychain({"delete", "7"}).output, "Deleted item 7\n");
+  EXPECT_EQ(listed(host),
+            "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n8 identity a.example\n");
 }
 
 TEST_F(KeychainTool, ImportingAgainChangesNothing) {

@@ -47,8 +47,8 @@ configure() { # ENTRY...
   printf '%s\n' '<plist version="1.0"><dict>' "$@" '</dict></plist>' >/etc/tessel/tessel.plist
 }
 
-make_account() { # USER:PASSWORD
-  useradd -M "${1%%:*}"
+make_account() { # USER:PASSWORD [USERADD-ARGUMENT...]
+  useradd -M "${@:2}" "${1%%:*}"
   # chpasswd reads the password to the end of the line.
   echo "$1" | chpasswd
 }
