@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/sandbox.h"
@@ -276,6 +277,28 @@ TEST(Stop, RemovesPerUserJobsFirstWhateverHappens) {
   }
   EXPECT_EQ(host.names(folder),
             (std::vector<std::string>{"ORG.APACHE.HTTPD.TESSEL", "org.apache.httpd.plist", stuck}));
+}
+
+TEST(Turn, IsWaitedForAndTheEnvironmentReadWhenItComes) {
+  const std::string proxy = "/etc/tessel/httpd_tessel_proxy.conf";
+  const std::string orrin = "<key>-D ORRIN_HAS_DEFAULT_PORTS</key><string></string>";
+  for (const auto& [word, relays] : {std::pair("start", "Configured Orrin to relay"),
+                                     {"stop", "Configured Orrin to stop relaying"}}) {
+    Sandbox host;
+    host.write(proxy + ".inactive", "");
+    host.write("/tmp/changed", dictionary(orrin));
+    if (word == std::string("stop")) {
+      host.makeLink(kActive, kMaster);
+      host.makeLink(proxy, proxy + ".inactive");
+    }
+    const Outcome outcome =
+        host.shell("exec 9< /var/lib/tessel; flock 9; tesselctl " + std::string(word) +
+                   " & sleep 0.5; cat /var/log/calls; cp /tmp/changed /etc/apache2/env.plist; "
+                   "flock -u 9; wait");
+    EXPECT_EQ(outcome.output, relays + std::string(" WebDAV traffic to Tessel.\n")) << word;
+    EXPECT_EQ(outcome.errors, "cat: /var/log/calls: No such file or directory\n") << word;
+    EXPECT_PRED2(contains, host.calls(), "harlowctl [reload]\n");
+  }
 }
 
 TEST(Story, TwoStartsMakeApacheLookLikeSomebodyElses) {
