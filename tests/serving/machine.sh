@@ -59,7 +59,7 @@ install_tessel() {
   mkdir -p /Library/Keychains
   chmod 700 /Library/Keychains
   a2enconf -q tessel-other
-  groupadd tessel
+  groupadd -r tessel
   make_account "$anna"
   make_account "$bert"
   usermod -aG tessel anna
