@@ -2,6 +2,8 @@
 // captured output.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -225,6 +227,41 @@ TEST(Process, ReportsHowAProgramEnded) {
 TEST(Process, StartsChildrenWithTheUsualSignals) {
   ASSERT_TRUE(prepareProcess());
   EXPECT_EQ(captureProgram("/bin/sh", {"-c", "kill -PIPE $$; echo alive"})->standardOutput, "");
+}
+
+TEST(RunBounded, HandsOverItsInputAndNothingElse) {
+  using std::chrono::seconds;
+  ASSERT_EQ(::setenv("OUTER", "x", 1), 0);
+  const std::string script = "cat; printf '[%s]' \"$OUTER\"; echo error >&2; exit 3";
+  const auto apart =
+      runBounded("/bin/sh", {"-c", script}, {seconds(10), Surroundings::Apart, "in"});
+  ASSERT_TRUE(apart) << apart.error().description;
+  EXPECT_EQ(apart->status, 3);
+  EXPECT_EQ(apart->output.standardOutput, "in[]");
+  EXPECT_EQ(apart->output.standardError, "error\n");
+  const auto inherited =
+      runBounded("/bin/sh", {"-c", script}, {seconds(10), Surroundings::Inherited, ""});
+  ASSERT_TRUE(inherited) << inherited.error().description;
+  EXPECT_EQ(inherited->output.standardOutput, "[x]");
+  EXPECT_FALSE(
+      runBounded("/bin/cat", {}, {seconds(10), Surroundings::Apart, std::string(4097, 'x')}));
+  EXPECT_FALSE(runBounded("/no/such/program", {}, {seconds(10), Surroundings::Apart, ""}));
+}
+
+TEST(RunBounded, EndsWhatTakesTooLongWithAllItsChildren) {
+  using std::chrono::milliseconds;
+  const auto begin = std::chrono::steady_clock::now();
+  const std::string deaf = "trap '' TERM; sleep 60 & echo $! >&2; ";
+  const auto slow = runBounded("/bin/sh", {"-c", deaf + "wait"}, {milliseconds(300)});
+  ASSERT_FALSE(slow);
+  EXPECT_EQ(slow.error().description, "/bin/sh did not end in time and was killed");
+  // What it leaves behind holds its streams open, and nobody waits for it.
+  const auto quick = runBounded("/bin/sh", {"-c", deaf + "kill -9 $$"}, {milliseconds(30000)});
+  ASSERT_TRUE(quick) << quick.error().description;
+  EXPECT_EQ(quick->status, 137);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+  const int left = std::stoi(quick->output.standardError);
+  EXPECT_EQ(::kill(left, SIGKILL), 0);
 }
 
 }  // namespace
