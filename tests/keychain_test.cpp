@@ -72,7 +72,7 @@ TEST_F(KeychainTool, ImportsListsAndDeletes) {
             "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n7 identity a.example\n");
 
   // A certificate that was renewed has the key of the one before, which stays when that one goes.
-  ASSERT_EQ(host.shell("cd /pki; openssl x509 -in a.pem -CA root.pem -CAkey root.key -days 90 "
+  ASSERT_EQ(host.shell("cd /pki; openssl x509 -req -in a.csr -CA root.pem -CAkey root.key -days 90 "
                        "-out renewed.pem && tessel-keychain import renewed.pem a.key")
                 .output,
             "Imported identity a.example\n");
