@@ -1,7 +1,7 @@
 // The host's directory service as far as shares need it: share-point records by name, each with
 // multi-valued text attributes. They are property-list files in a folder of the local node that
 // other services and administrators read and edit as well; docs/share-records.md has the format
-// and the locking rule.
+// and the locking rule. Any number of threads may call all of this.
 #pragma once
 
 #include <sys/types.h>

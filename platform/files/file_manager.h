@@ -1,6 +1,7 @@
 // The host's files, by path. Paths are bytes and handed to the system as they are. Operations that
 // change something fail with an error that names the path and the system's reason (strerror(3)),
-// errno being its code; what they publish is synced to disk before they return.
+// errno being its code; what they publish is synced to disk before they return. Any number of
+// threads may call all of this, but for what touches the umask.
 #pragma once
 
 #include <sys/types.h>

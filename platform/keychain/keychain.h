@@ -1,5 +1,6 @@
 // The system keychain: TLS certificates and private keys in one file that only its owner can read.
-// docs/keychain.md describes the file. Nothing here ever asks a person anything.
+// docs/keychain.md describes the file. Nothing here ever asks a person anything. An object is for
+// one thread; several, in any number of processes, may work on one file.
 #pragma once
 
 #include <cstdint>
@@ -95,8 +96,8 @@ class Keychain {
   // first change.
   Result<bool> openExisting();
   Status prepareForWriting();
-  // Runs `function(const sql::Database&)`, which returns a Status, in one transaction that is undone
-  // when it fails.
+  // Runs `function(const sql::Database&)`, which returns a Status, in one transaction that is
+  // undone when it fails.
   template <typename Function>
   Status change(Function function);
 

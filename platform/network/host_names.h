@@ -1,5 +1,5 @@
 // The names and addresses under which this machine can be reached, for comparing what an
-// administrator configured with what there is.
+// administrator configured with what there is. From any thread.
 #pragma once
 
 #include <optional>
@@ -13,8 +13,8 @@ namespace tessel {
 std::optional<std::string> hostName();
 
 // The host's name, then every name (canonical or alias) that the name service gives for it and for
-// each of hostAddresses(), then those next to one of these or to a loopback address in hosts(5); each
-// once and in this order. What cannot be looked up adds no name.
+// each of hostAddresses(), then those next to one of these or to a loopback address in hosts(5);
+// each once and in this order. What cannot be looked up adds no name.
 std::vector<std::string> hostNames();
 
 // The IPv4 and IPv6 addresses of all network interfaces, loopback included, each once and in the

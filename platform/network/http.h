@@ -14,7 +14,8 @@ namespace tessel {
 // it is; a redirect is not followed. A server's certificate must be valid under the system's
 // anchors for the URL's host, unless that host is `anyCertificateHost` (in any case of letters),
 // for which every certificate will do. The error is the client library's description of why there
-// is no whole response. A URL that carries credentials is refused.
+// is no whole response. A URL that carries credentials is refused. The process's environment loses
+// SSLKEYLOGFILE, so that no other thread may read it meanwhile.
 Result<std::int64_t> httpGet(const std::string& url, const std::string& anyCertificateHost);
 
 }  // namespace tessel
