@@ -1,12 +1,9 @@
-// Logic with many cases: text readings, property lists and their bounds, descriptions, paths,
-// captured output.
+// Logic with many cases: text readings, paths, captured output.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
-#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -16,147 +13,11 @@
 #include "platform/files/path.h"
 #include "platform/process/process.h"
 #include "platform/process/program.h"
-#include "platform/property_list/bounds.h"
-#include "platform/property_list/description.h"
-#include "platform/property_list/property_list.h"
 
 namespace tessel {
 namespace {
 
 using namespace std::string_literals;
-
-constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t kSmallest = std::numeric_limits<std::int32_t>::min();
-
-TEST(PropertyListValue, IsReadThroughTheGeneralCoercions) {
-  struct Coercion {
-    const char* value;  // XML
-    bool boolean;
-    std::int32_t integer;
-  };
-  const std::vector<Coercion> cases{
-      {"<true/>", true, 1},
-      {"<integer>-81</integer>", true, -81},
-      {"<integer>4294967377</integer>", true, kLargest},
-      {"<integer>-9223372036854775808</integer>", true, kSmallest},
-      {"<real>-81.9</real>", true, -81},
-      {"<real>-0.0</real>", false, 0},
-      {"<real>nan</real>", true, 0},
-      {"<string>81abc</string>", true, 81},
-      {"<string> \t+0081</string>", true, 81},
-      {"<string>-2147483649</string>", true, kSmallest},
-      {"<string>0x10</string>", false, 0},
-      {"<string>yes</string>", true, 0},
-      {"<string>  -00Truly</string>", true, 0},
-      {"<string>no yes</string>", false, 0},
-      {"<array><true/></array>", false, 0},
-      {"<data>AQ==</data>", false, 0},
-      {"<date>2001-01-01T00:00:01Z</date>", false, 0},
-  };
-  for (const Coercion& tried : cases) {
-    const auto list = PropertyList::parse("<dict><key>k</key>"s + tried.value + "</dict>");
-    ASSERT_TRUE(list) << tried.value;
-    EXPECT_EQ(list->value("k")->boolean(), tried.boolean) << tried.value;
-    EXPECT_EQ(list->value("k")->integer(), tried.integer) << tried.value;
-  }
-}
-
-// A binary list of these objects, the first of them the root, with offsets and references of one
-// byte.
-std::string binaryList(const std::vector<std::string>& objects) {
-  std::string bytes = "bplist00";
-  std::string offsets;
-  for (const std::string& object : objects) {
-    offsets += static_cast<char>(bytes.size());
-    bytes += object;
-  }
-  const char table = static_cast<char>(bytes.size());
-  const char count = static_cast<char>(objects.size());
-  return bytes + offsets + "\0\0\0\0\0\0\1\1"s + "\0\0\0\0\0\0\0"s + count + "\0\0\0\0\0\0\0\0"s +
-         "\0\0\0\0\0\0\0"s + table;
-}
-
-TEST(PropertyList, ReadsBinaryLists) {
-  const auto list =
-      PropertyList::parse(binaryList({"\xD2\1\2\3\4"s, "Qa", "Qb", "\x10\x51", "\xA1\5", "Qc"}));
-  ASSERT_TRUE(list);
-  EXPECT_EQ(list->value("a")->integer(), 81);
-  EXPECT_EQ(description(list->root()), "{\n    a = 81;\n    b = (\n        c\n    );\n}");
-}
-
-// Each object refers to the next one twice: 2 to the power of their number values.
-std::string doubling(size_t levels) {
-  std::vector<std::string> objects{"\xD1\1\2"s, "Qa"};
-  for (size_t i = 0; i < levels; ++i) {
-    const char next = static_cast<char>(objects.size() + 1);
-    objects.push_back("\xA2"s + next + next);
-  }
-  objects.emplace_back("Qz");
-  return binaryList(objects);
-}
-
-TEST(PropertyList, RefusesWhatIsNotExactlyOneBoundedList) {
-  const std::vector<std::string> malformed{
-      "",
-      "<plist><dict><key>a</key><array><true/></array></dict></plist",
-      "<dict>",
-      "<plist><dict/></plist> x",
-      "<plist><dict/><dict/></plist>",
-      "<dict><key>a</key></dict>",
-      "<dict><key>a</key><key>b</key></dict>",
-      "<dict></array>",
-      "<dict><!-- </dict>",
-      "<dict a=\">\"></dict>",
-      "<!DOCTYPE plist [<!ENTITY a \"b\">]><dict/>",
-      "<dict><key>a</key><string><b/></string></dict>",
-      "<dict><key>a</key><other/></dict>",
-      "<array/>",
-      "{ a = b; }",
-      binaryList({}),
-      binaryList({"\xD1\1\1"s, "Qa"}).substr(0, 30),
-      binaryList({"\xD1\1\2"s, "Qa", "\xA1\2"s}),                 // an array that holds itself
-      binaryList({"\xD1\1\x09"s, "Qa"}),                          // a reference to nothing
-      binaryList({"\xDF\x13\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s}),  // a huge count
-      binaryList({"\xD1\1\2"s, "Qa", "\x5F\x13\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s}),
-      doubling(60),
-  };
-  for (const std::string& bytes : malformed) {
-    EXPECT_FALSE(PropertyList::parse(bytes)) << testing::PrintToString(bytes);
-  }
-  EXPECT_TRUE(PropertyList::parse(doubling(10)));
-  EXPECT_TRUE(
-      PropertyList::parse("\xEF\xBB\xBF<!-- <dict> --><?x <dict>?><!DOCTYPE plist><plist "
-                          "version=\"1.0\"><dict ></dict ></plist>\n<!-- end -->\n"));
-}
-
-TEST(Description, IsOldStyleText) {
-  const auto list = PropertyList::parse(
-      "<dict><key>z</key><true/><key>a b</key><string/><key>B</key><string>/x:1.2_$</string>"
-      "<key>q</key><string>\"\\\n\t&#1;é</string><key>data</key><data>AAr/</data>"
-      "<key>date</key><date>2150-12-31T23:59:59Z</date><key>real</key><real>0.1</real>"
-      "<key>n</key><integer>-5</integer><key>list</key><array><array/><dict/><false/></array>"
-      "</dict>");
-  ASSERT_TRUE(list);
-  EXPECT_EQ(description(list->root()), R"({
-    B = /x:1.2_$;
-    "a b" = "";
-    data = <000aff>;
-    date = "2150-12-31 23:59:59 +0000";
-    list = (
-        (
-        ),
-        {
-        },
-        0
-    );
-    n = "-5";
-    q = "\"\\\n\t\001é";
-    real = 0.1;
-    z = 1;
-})");
-  EXPECT_EQ(description(*list->value("n")), "-5");
-  EXPECT_EQ(description(*list->value("q")), "\"\\\n\t\001é");
-}
 
 TEST(Host, TakesTheCountryFromTheLocale) {
   struct Case {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/sandbox.h"
+#include "tests/share_records.h"
 
 namespace {
 
@@ -121,7 +121,7 @@ TEST(Start, KeepsWhatOthersPutIntoTheEnvironment) {
       "\t<key>data</key>\n\t<data>\n\tAAECAwQFBgcICQoLDA0ODw==\n\t</data>\n"
       "\t<key>date</key>\n\t<date>1890-02-28T23:59:59Z</date>\n"
       "\t<key>nested</key>\n\t<dict>\n\t\t<key>a</key>\n\t\t<array>\n\t\t\t<true/>\n\t\t</array>\n"
-      "\t</dict>\n\t<key>real</key>\n\t<real>0.10000000000000001</real>\n";
+      "\t</dict>\n\t<key>real</key>\n\t<real>0.1</real>\n\t<key>whole</key>\n\t<real>443</real>\n";
   Sandbox host;
   host.setEnvironment(others);
   chmod(host.outside(kEnvironment).c_str(), 0640);
@@ -134,6 +134,27 @@ TEST(Start, KeepsWhatOthersPutIntoTheEnvironment) {
   struct stat status {};
   ASSERT_EQ(stat(host.outside(kEnvironment).c_str(), &status), 0);
   EXPECT_TRUE(!mayChangeOwner || (status.st_uid == 123 && status.st_gid == 456));
+}
+
+TEST(Start, ReadsAnEnvironmentInAnyFormOfXML) {
+  Sandbox host;
+  host.write(kEnvironment,
+             "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<!DOCTYPE plist SYSTEM \"nowhere\">"
+             "<plist><dict id=\"1\"><key lang=\"fr\">caf\xE9</key><integer>0081</integer>"
+             "<key>twice</key><true/><key>twice</key><false/></dict></plist>");
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_PRED2(contains, host.read(kEnvironment),
+               "<plist version=\"1.0\">\n<dict>\n\t<key>café</key>\n\t<integer>81</integer>\n"
+               "\t<key>twice</key>\n\t<true/>\n\t<key>twice</key>\n\t<false/>\n");
+}
+
+TEST(Start, LeavesAnEnvironmentThatXMLCannotHold) {
+  const std::string environment = binaryRecord({{"-D OTHERS", {"a\x01z"}}});
+  Sandbox host;
+  host.write(kEnvironment, environment);
+  expectSilentSuccess(host.tesselctl({"start"}));
+  EXPECT_EQ(host.read(kEnvironment), environment);
+  EXPECT_EQ(host.calls(), kList + kLoad);
 }
 
 TEST(Start, ReplacesAnUnusableEnvironment) {

@@ -19,17 +19,26 @@ void expectFailure(const Outcome& outcome, const std::string& output,
   EXPECT_EQ(outcome.status, 1);
 }
 
+std::string repeated(const std::string& text, size_t times) {
+  std::string whole;
+  for (size_t i = 0; i < times; ++i) whole += text;
+  return whole;
+}
+
 const std::string kNoRecord = "No existing share point named Projects\n";
 TEST(ShareFailure, NothingIsOverwrittenThatIsNoRecord) {
-  const std::string notAList = kFile + " is no property list with a dictionary as its root";
+  const std::string notAList = kFile + " is no property list with a dictionary as its root ";
   const std::vector<std::pair<void (*)(const ShareHost&), std::string>> cases{
       {[](const ShareHost& host) { host.makeFolder(kFile); },
        "cannot read " + kFile + ": not a regular file"},
       {[](const ShareHost& host) { host.makeLink(kFile, "/nowhere"); },
        "cannot read " + kFile + ": No such file or directory"},
-      {[](const ShareHost& host) { host.write(kFile, ""); }, notAList},
-      {[](const ShareHost& host) { host.write(kFile, "<plist><array/></plist>"); }, notAList},
-      {[](const ShareHost& host) { host.write(kFile, "someone's notes\n"); }, notAList},
+      {[](const ShareHost& host) { host.write(kFile, ""); },
+       notAList + "(line 1: no element found)"},
+      {[](const ShareHost& host) { host.write(kFile, "<plist><array/></plist>"); },
+       notAList + "(its root is of another type)"},
+      {[](const ShareHost& host) { host.write(kFile, "someone's notes\n"); },
+       notAList + "(line 1: syntax error)"},
       {[](const ShareHost& host) {
          host.record("Projects.plist",
                      "<key>a</key><string>" + std::string(17U << 20U, 'x') + "</string>");
@@ -63,8 +72,9 @@ TEST(ShareFailure, AFileInTheFoldersPlace) {
 TEST(ShareFailure, ARecordIsNeverMadeUnreadable) {
   ShareHost host;
   const std::string refusal = "Cannot set attribute value:cannot write " + kFile + ": ";
-  // When it is written, its one line is broken into many.
-  const std::string large = "<key>Icon</key><data>" + std::string(16'500'000, 'A') + "</data>";
+  // Five characters become one of many digits.
+  const std::string large =
+      "<key>r</key><array>" + repeated("<real>1e99</real>", 900'000) + "</array>";
   host.record("Projects.plist", kEntries + large);
   expectFailure(host.tesselctl({"share", "/srv/Projects"}), "",
                 {refusal + "the list is too large for XML"});

@@ -38,12 +38,11 @@ Result<RecordFile> readRecord(const std::string& path) {
   return RecordFile{std::move(*bytes), std::move(*list)};
 }
 
-// Puts the list in the record's place, unless it would be a record that not everybody can read
-// again: a binary list may hold control characters, for which XML has no form.
+// Puts the list in the record's place, unless XML cannot give back all that other services keep
+// there.
 Status writeRecord(const std::string& path, const PropertyList& list) {
   const auto xml = list.xml();
   if (!xml) return Error{"cannot write " + path + ": " + xml.error().description};
-  if (!isXMLText(*xml)) return Error{"cannot write " + path + ": XML cannot hold its characters"};
   return FileManager().writeAtomically(path, *xml, FileManager::Attributes::KeepExisting);
 }
 
