@@ -38,7 +38,7 @@ TEST(ShareFailure, NothingIsOverwrittenThatIsNoRecord) {
       {[](const ShareHost& host) { host.write(kFile, "<plist><array/></plist>"); },
        notAList + "(its root is of another type)"},
       {[](const ShareHost& host) { host.write(kFile, "someone's notes\n"); },
-       notAList + "(line 1: syntax error)"},
+       notAList + "(line 1: not well-formed (invalid token))"},
       {[](const ShareHost& host) {
          host.record("Projects.plist",
                      "<key>a</key><string>" + std::string(17U << 20U, 'x') + "</string>");
