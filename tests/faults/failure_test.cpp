@@ -26,14 +26,15 @@ const std::string kKeychain = "/Library/Keychains.*";
 const std::string kReason =
     ": (No space left on device|Read-only file system|Permission denied|Input/output error)\n";
 const std::string kExported =
-    "/etc/tessel/.*(\\.key\\.pem 600 (PEM)?|\\.cert\\.pem 644 PEM|\\.sh 700 (script)?)";
+    "/etc/tessel/.*(\\.key\\.pem 600 (PEM)?|\\.cert\\.pem 666 PEM|\\.sh 700 (script)?)";
 
 const std::vector<Rule> kRules{
     {".* " + kReading + "/etc/tessel/tessel\\.plist", 2,
      "!Tessel config file /etc/tessel/tessel.plist is malformed.\n\n!Cannot proceed.\n", kAll},
-    // Start reads it twice. One that cannot be read counts as empty.
-    {"Start.* " + kReading + kEnvironment, 0, "", "none"},
-    {"(?!Start).* " + kReading + kEnvironment, 0, "", kProxy + " .*"},
+    // Read twice; what cannot be read the second time counts as empty.
+    {"Start.* " + kReading + kEnvironment, 0, "", "none", kEnvironment + " .*|" + kProxy + " .*"},
+    {"Stop.* " + kReading + kEnvironment, 0, "", "none", kProxy + " .*"},
+    {"(?!St).* " + kReading + kEnvironment, 0, "", kProxy + " .*"},
     {"St.* (openat\\+)?flock /(var/lib/tessel|Library/Keychains)", 0, "", "none"},
     {"Start.* (openat\\+write|write|f.*|rename) " + kEnvironment, 0, "", kEnvironment + " .*"},
     {"Start.* " + kActive, 1, "!cannot (make a link at|move) .*" + kReason, kAll},
