@@ -101,21 +101,6 @@ TEST(CommandLine, EveryWordStopsAtTheFirstProblemOfTheInstallation) {
   }
 }
 
-TEST(CommandLine, ReadsNestingUpToTheLimit) {
-  const Sandbox host;
-  for (const auto& [levels, status] :
-       {std::pair(511, 0), std::pair(512, 2), std::pair(100'000, 2)}) {
-    std::string opening;
-    std::string closing;
-    for (int i = 0; i < levels; ++i) {
-      opening += "<array>";
-      closing += "</array>";
-    }
-    host.configure("<key>a</key>" + opening + closing);
-    EXPECT_EQ(host.tesselctl({"status"}).status, status) << levels;
-  }
-}
-
 TEST(CommandLine, WorksWithoutStandardStreamsAndReaders) {
   Sandbox host;
   EXPECT_EQ(host.shell("tesselctl status <&- >&- 2>&-").status, 0);

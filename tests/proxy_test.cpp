@@ -65,21 +65,6 @@ TEST_F(Orrin, TakesAPlainFileForAnActiveConfiguration) {
   EXPECT_FALSE(host.exists(kActive));
 }
 
-TEST_F(Orrin, ReportsWhatIsInTheWayAndGoesOn) {
-  const auto expectFailure = [&](const char* word, const std::string& reason) {
-    const Outcome outcome = host.tesselctl({word});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_TRUE(outcome.errors.ends_with(reason + "\033[0m\n")) << outcome.errors;
-    EXPECT_EQ(host.calls().find("harlowctl"), std::string::npos);
-  };
-  host.makeLink(kActive, "/nowhere");
-  expectFailure("start", "File exists");
-  host.remove(kActive);
-  host.write(kActive + "/full", "");
-  expectFailure("stop", "Directory not empty");
-}
-
 TEST_F(Orrin, NeedsNoWorkingProxyTool) {
   const std::string tool = "/Applications/Orrin.app/Contents/ServerRoot/usr/sbin/harlowctl";
   host.write(tool, "#!/bin/sh\necho noise; echo noise >&2; exit 9\n", 0755);

@@ -9,7 +9,6 @@
 
 namespace {
 
-using tessel::isRecordFileName;
 using tessel::recordFileName;
 
 TEST(RecordName, EncodesWhatAFileNameCannotHold) {
@@ -26,16 +25,6 @@ TEST(RecordName, EncodesWhatAFileNameCannotHold) {
   };
   for (const auto& [name, fileName] : cases) {
     EXPECT_EQ(recordFileName(name), fileName);
-    EXPECT_TRUE(isRecordFileName(fileName)) << fileName;
-  }
-}
-
-TEST(RecordName, OtherFilesAreNoRecords) {
-  for (const char* fileName : {"", ".plist", ".a.plist", "a", "a.plist~", "a.PLIST", "aplist"}) {
-    EXPECT_FALSE(isRecordFileName(fileName)) << fileName;
-  }
-  for (const char* fileName : {"%2f.plist", "%.plist", "~.plist"}) {
-    EXPECT_TRUE(isRecordFileName(fileName)) << fileName;
   }
 }
 

@@ -25,48 +25,29 @@ std::string repeated(const std::string& text, size_t times) {
   return whole;
 }
 
-const std::string kNoRecord = "No existing share point named Projects\n";
 TEST(ShareFailure, NothingIsOverwrittenThatIsNoRecord) {
-  const std::string notAList = kFile + " is no property list with a dictionary as its root ";
-  const std::vector<std::pair<void (*)(const ShareHost&), std::string>> cases{
-      {[](const ShareHost& host) { host.makeFolder(kFile); },
-       "cannot read " + kFile + ": not a regular file"},
-      {[](const ShareHost& host) { host.makeLink(kFile, "/nowhere"); },
-       "cannot read " + kFile + ": No such file or directory"},
-      {[](const ShareHost& host) { host.write(kFile, ""); },
-       notAList + "(line 1: no element found)"},
-      {[](const ShareHost& host) { host.write(kFile, "<plist><array/></plist>"); },
-       notAList + "(its root is of another type)"},
-      {[](const ShareHost& host) { host.write(kFile, "someone's notes\n"); },
-       notAList + "(line 1: not well-formed (invalid token))"},
-      {[](const ShareHost& host) {
-         host.record("Projects.plist",
-                     "<key>a</key><string>" + std::string(17U << 20U, 'x') + "</string>");
-       },
-       "cannot read " + kFile + ": larger than 16777216 bytes"},
-  };
-  for (const auto& [damage, reason] : cases) {
+  const std::string kept = "nothing is overwritten at " + kFile + ": ";
+  const std::string notAList = kept + kFile + " is no property list with a dictionary as its root ";
+  const std::string unreadable = kept + "cannot read " + kFile + ": ";
+  for (const auto& [damage, reason] : std::vector<std::pair<const char*, std::string>>{
+           {"mkdir $f", unreadable + "not a regular file"},
+           {"ln -s /nowhere $f", unreadable + "No such file or directory"},
+           {": > $f", notAList + "(line 1: no element found)"},
+           {"echo '<plist><array/></plist>' > $f", notAList + "(its root is of another type)"},
+           {"head -c 17000000 /dev/zero > $f", unreadable + "larger than 16777216 bytes"},
+           {"rm -r $d; : > $d", "cannot make the folder " + kRecordFolder + ": File exists"}}) {
     ShareHost host;
-    host.makeFolder(kRecordFolder);
-    damage(host);
-    const std::string before = host.shell("ls -l --time-style=full-iso " + kRecordFolder).output;
-    expectFailure(
-        host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
-        {"Cannot create new record", "nothing is overwritten at " + kFile + ": " + reason});
+    const std::string list = "ls -l --time-style=full-iso " + kRecordFolder;
+    const std::string before =
+        host.shell("d=" + kRecordFolder + "; f=" + kFile + "; mkdir $d; " + damage + ";" + list)
+            .output;
+    expectFailure(host.tesselctl({"share", "/srv/Projects"}),
+                  "No existing share point named Projects\n", {"Cannot create new record", reason});
     expectFailure(host.tesselctl({"unshare", "Projects"}), "", {"No share point named 'Projects'"});
-    EXPECT_EQ(host.shell("ls -l --time-style=full-iso " + kRecordFolder).output, before);
+    EXPECT_EQ(host.shell(list).output, before);
     EXPECT_EQ(host.tesselctl({"shares"}).output, kNoShares);
     EXPECT_EQ(host.calls(), "");
   }
-}
-
-TEST(ShareFailure, AFileInTheFoldersPlace) {
-  ShareHost host;
-  host.write(kRecordFolder, "");
-  expectFailure(
-      host.tesselctl({"share", "/srv/Projects"}), kNoRecord,
-      {"Cannot create new record", "cannot make the folder " + kRecordFolder + ": File exists"});
-  expectFailure(host.tesselctl({"unshare", "Projects"}), "", {"No share point named 'Projects'"});
 }
 
 TEST(ShareFailure, ARecordIsNeverMadeUnreadable) {

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/files/home_directory.h"
 #include "platform/files/path.h"
 #include "platform/files/standardized_path.h"
 
@@ -37,11 +36,6 @@ TEST(SharePath, NameAsTypedAndPathStandardized) {
     EXPECT_EQ(tessel::lastPathComponent(typed), name) << typed;
     EXPECT_EQ(tessel::standardizedPath(typed), path) << typed;
   }
-}
-
-TEST(SharePath, TildeIsTheHomeDirectoryOfTheUserDatabase) {
-  EXPECT_EQ(tessel::standardizedPath("~root//a/./b/"), *tessel::homeDirectory("root") + "/a/b");
-  EXPECT_FALSE(tessel::homeDirectory("no-such-user-here"));
 }
 
 }  // namespace

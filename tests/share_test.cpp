@@ -126,7 +126,7 @@ TEST(Share, WarnsOfAReservedNameInsideTheFolder) {
             "");
 }
 
-// The rules for paths have a table of their own; here are the ones that ask the host.
+// The rules for paths have a table of their own; here are those that ask the host, and odd names.
 TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
   ShareHost host;
   host.write("/etc/passwd", "root:x:0:0::/var/root:/bin/sh\nann:x:1000:1000::/Users/ann:/bin/sh\n");
@@ -135,40 +135,30 @@ TEST(Share, TakesTheNameAsTypedAndThePathStandardized) {
     host.makeFolder(folder);
   }
   host.makeLink("/srv/Latest", "/srv/Projects");
+  host.makeFolder("/srv/.hidden\n\r");
+  host.makeFolder("/srv/caf\xC3\xA9 <&>\"'");
+  host.makeFolder("/srv/" + std::string(249, 'n'));
   // As typed in /srv, and the name, file and path that come of it.
   const std::vector<std::array<std::string, 4>> cases{
-      {"Projects", "Projects", "Projects.plist", "Projects"},
-      {"//srv/Latest/", "Latest", "Latest.plist", "/srv/Latest"},
-      {"/", "/", "%2F.plist", "/"},
-      {"~/Work", "Work", "Work.plist", "/var/root/Work"},
-      {"~ann/Work/", "Work", "Work.plist", "/Users/ann/Work"},
-      {"/private/only", "only", "only.plist", "/private/only"},
-      {"/private/private/twice", "twice", "twice.plist", "/private/twice"},
+      {"Projects", "Projects", "Projects", "Projects"},
+      {"//srv/Latest/", "Latest", "Latest", "/srv/Latest"},
+      {"/", "/", "%2F", "/"},
+      {"~/Work", "Work", "Work", "/var/root/Work"},
+      {"~ann/Work/", "Work", "Work", "/Users/ann/Work"},
+      {"/private/only", "only", "only", "/private/only"},
+      {"/private/private/twice", "twice", "twice", "/private/twice"},
+      {"./.hidden\n\r", ".hidden\n\r", "%2Ehidden%0A%0D", "./.hidden\n\r"},
+      {"caf\xC3\xA9 <&>\"'", "caf\xC3\xA9 <&>\"'", "caf\xC3\xA9 <&>\"'", "caf\xC3\xA9 <&>\"'"},
+      {std::string(249, 'n'), std::string(249, 'n'), std::string(249, 'n'), std::string(249, 'n')},
   };
   for (const auto& [typed, name, file, path] : cases) {
-    host.remove(kRecordFolder);
-    const Outcome outcome =
-        host.shell("cd /srv && HOME=/elsewhere exec tesselctl share '" + typed + "'");
+    const Outcome outcome = host.run(
+        {"/bin/sh", "-c", "cd /srv && HOME=/elsewhere exec tesselctl share \"$0\"", typed});
     EXPECT_EQ(outcome.output, created(name)) << typed;
-    EXPECT_EQ(host.entries(file), sharedEntries(name, path)) << typed;
-  }
-}
-
-TEST(Share, OddNamesComeBackAsTheyAre) {
-  ShareHost host;
-  const std::vector<std::pair<std::string, std::string>> cases{
-      {".hidden\n\r", "%2Ehidden%0A%0D.plist"},
-      {"caf\xC3\xA9 <&>\"'", "caf\xC3\xA9 <&>\"'.plist"},
-      {std::string(249, 'n'), std::string(249, 'n') + ".plist"},
-  };
-  for (const auto& [name, fileName] : cases) {
-    host.makeFolder("/srv/" + name);
-    expectRun(host, {"share", "/srv/" + name}, {0, created(name), ""}, kRestart);
-    EXPECT_EQ(host.recordNames(), std::vector<std::string>{fileName});
-    EXPECT_EQ(host.tesselctl({"shares"}).output, kListingHead + row(name, "/srv/" + name, "Yes"));
-    EXPECT_EQ(host.tesselctl({"unshare", name}).status, 0);
-    EXPECT_EQ(host.recordNames(), std::vector<std::string>{});
-    host.calls();
+    EXPECT_EQ(host.recordNames(), std::vector<std::string>{file + ".plist"}) << typed;
+    EXPECT_EQ(host.tesselctl({"shares"}).output, kListingHead + row(name, path, "Yes"));
+    EXPECT_EQ(host.tesselctl({"unshare", typed}).status, 0) << typed;
+    EXPECT_EQ(host.recordNames(), std::vector<std::string>{}) << typed;
   }
 }
 
@@ -290,12 +280,9 @@ TEST(Unshare, DecidesByPresenceAndSpeaksByValue) {
       EXPECT_EQ(left.find(attribute(kPath, {"/srv/Projects"})) != std::string::npos, !own.empty());
     }
   }
-}
-
-TEST(Unshare, ALinkedRecordLosesItsLinkOnly) {
-  ShareHost host;
+  // A record that is a link loses the link only.
   host.write("/elsewhere.plist", dictionary(nameAndPath("Projects", "/old")));
-  host.makeFolder(kRecordFolder);
+  host.remove(kRecordFolder + "/Projects.plist");
   host.makeLink(kRecordFolder + "/Projects.plist", "/elsewhere.plist");
   EXPECT_EQ(host.tesselctl({"unshare", "Projects"}).status, 0);
   EXPECT_EQ(host.recordNames(), std::vector<std::string>{});
