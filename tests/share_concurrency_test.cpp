@@ -15,7 +15,7 @@ TEST(ShareConcurrency, UpdatesLoseNoAttributeOfAnotherProgram) {
   // Another service sets twenty flags of its own, by the common locking rule.
   const Outcome outcome = host.shell(
       "for i in $(seq 20); do tesselctl share /srv/Projects &\nflock " + kRecordLock + R"( sh -c '
-      sed "s|^</dict>|<key>flag:$1</key>\n<array><string>1</string></array></dict>|" $0 > $0.new
+      sed "s|^</dict>|<key>flag:$1</key>\n<array><string>1</string></array>\n</dict>|" $0 > $0.new
       mv $0.new $0' )" +
       kFile + " $i &\ndone; wait");
   std::string updated;
