@@ -1,5 +1,6 @@
 // tessel-keychain: identities in and out of the system keychain.
 #include <array>
+#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
@@ -79,11 +80,16 @@ TEST_F(KeychainTool, ImportsListsAndDeletes) {
   EXPECT_EQ(listed(host),
             "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n7 identity a.example\n");
 
-  // A certificate that was renewed has the key of the one before, which stays when that one goes.
-  ASSERT_EQ(host.shell("cd /pki; openssl x509 -req -in a.csr -CA root.pem -CAkey root.key -days 90 "
-                       "-out renewed.pem && tessel-keychain import renewed.pem a.key")
-                .output,
-            "Imported identity a.example\n");
+  // A renewed certificate has the key of the one before, which stays when that one is deleted.
+  constexpr std::time_t kThirdOfFebruary2031 = 1927843200;
+  constexpr std::time_t kDay = 86400;
+  const std::string days = std::to_string(kThirdOfFebruary2031 / kDay - std::time(nullptr) / kDay);
+  EXPECT_EQ(
+      host.shell("cd /pki; openssl x509 -req -in a.csr -CA root.pem -CAkey root.key -days " + days +
+                 " -out renewed.pem 2> /dev/null;" + "tessel-keychain import renewed.pem a.key")
+          .output,
+      "Imported identity a.example\n");
+  EXPECT_PRED2(contains, host.keychain({"list"}).output, "8     identity     2031-02-03  ");
   EXPECT_EQ(host.keychain({"delete", "7"}).output, "Deleted item 7\n");
   EXPECT_EQ(listed(host),
             "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n8 identity a.example\n");

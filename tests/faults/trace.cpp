@@ -65,6 +65,14 @@ std::vector<Call> parseTrace(std::string_view trace) {
   return calls;
 }
 
+bool isBetweenLikes(const std::vector<Call>& calls, const Call& call) {
+  if (&call == &calls.front() || &call == &calls.back()) return false;
+  const auto isLike = [&](const Call& other) {
+    return other.name == call.name && other.path == call.path;
+  };
+  return isLike(*(&call - 1)) && isLike(*(&call + 1));
+}
+
 std::string firstCallBeforeItsSync(const std::vector<Call>& calls) {
   // The sanitizers write to pipes of their own.
   static const std::regex kTells("(write\\([12],|clone|v?fork|exit_group).*");

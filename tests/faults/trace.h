@@ -26,6 +26,10 @@ extern const char* const kTracedCalls;
 
 std::vector<Call> parseTrace(std::string_view trace);
 
+// Whether the calls before and after one of them do the same to the same file, so that they stand
+// for it, too.
+bool isBetweenLikes(const std::vector<Call>& calls, const Call& call);
+
 // Judges whether whatever the run has told anybody survives a power cut: a file is synced before it
 // is renamed into place, and nothing awaits its sync, folders included, when a line is printed, a
 // child program is started or the run ends. Returns the first call that comes too early, with what
