@@ -28,7 +28,6 @@
 #include "host/debian/mod_tessel/share_folders.h"
 #include "host/debian/mod_tessel/share_listing.h"
 #include "host/debian/mod_tessel/share_url.h"
-#include "host/debian/mod_tessel/sign_in.h"
 
 extern "C" {
 // What Apache looks for in the file, and all that it shows.
@@ -222,7 +221,6 @@ int guarded(request_rec* request) {
 
 void registerHooks(apr_pool_t* pool) {
   registerIdentityLock(pool);
-  registerSignIn(pool);
   ap_hook_translate_name(guarded<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_map_to_storage(guarded<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_fixups(guarded<decide>, nullptr, nullptr, APR_HOOK_LAST);
