@@ -25,9 +25,16 @@ bool isVariableName(std::string_view name) {
   });
 }
 
-bool belongsToHost(std::string_view name) {
-  return name.starts_with("APACHE_") || name.starts_with("LD_") || name == "PATH" ||
-         name == "GLIBC_TUNABLES";
+bool isAllowed(std::string_view name) {
+  return name.starts_with("TESSEL_") || name.starts_with("ORRIN_");
+}
+
+// By these Apache prints something and ends, or stays in the foreground (httpd(8), server/main.c).
+bool isApachesOwn(std::string_view define) {
+  constexpr std::array<std::string_view, 4> kModes{"DEBUG", "FOREGROUND", "NO_DETACH",
+                                                   "ONE_PROCESS"};
+  return define.starts_with("DUMP_") ||
+         std::find(kModes.begin(), kModes.end(), define) != kModes.end();
 }
 
 // Whether a text stays one argument of a directive when it is expanded between double quotes.
@@ -71,15 +78,24 @@ struct TesselValue {
   const char* whenMissing;
   bool (*isUsable)(const std::string&);
   const char* whenUnusable;
+  const char* remark;  // about the setting that it comes from
 };
 
+bool isGroup(const std::string& text) { return !text.empty() && fitsQuotes(text); }
+bool isAddressOrNothing(const std::string& text) { return text.empty() || isAddress(text); }
+
 constexpr std::array kTesselValues{
-    TesselValue{"TESSEL_SERVER_ADDR", "*", isAddress, "127.0.0.1"},
-    TesselValue{"TESSEL_SERVER_PORT", "8443", isPort, "8443"},
-    TesselValue{"TESSEL_SERVER_NAME", "localhost", isHostName, "localhost"},
-    TesselValue{"TESSEL_CERT_ID", "", isFileNamePart, ""},
+    TesselValue{"TESSEL_SERVER_ADDR", "*", isAddressOrNothing, "127.0.0.1",
+                "ServerAddr is no address, so Apache listens on 127.0.0.1 alone"},
+    TesselValue{"TESSEL_SERVER_PORT", "8443", isPort, "8443",
+                "ServerPort is no port, so 8443 is used"},
+    TesselValue{"TESSEL_SERVER_NAME", "localhost", isHostName, "localhost",
+                "TESSEL_SERVER_NAME is no host name, so localhost is used"},
+    TesselValue{"TESSEL_CERT_ID", "", isFileNamePart, "",
+                "TESSEL_CERT_ID names no file, so there is no certificate"},
     // No group's name has a colon, which separates the fields of the group database.
-    TesselValue{"TESSEL_ACCESS_GROUP", "", fitsQuotes, ":"},
+    TesselValue{"TESSEL_ACCESS_GROUP", "", isGroup, ":",
+                "AccessGroup is no group's name, so nobody may sign in"},
 };
 
 }  // namespace
@@ -93,41 +109,42 @@ ApacheStart apacheStart(const PropertyList& environment) {
     };
     if (key.starts_with(kDefinePrefix)) {
       const std::string define = key.substr(kDefinePrefix.size());
-      if (!define.empty() && fitsQuotes(define)) {
+      if (isVariableName(define) && !isApachesOwn(define)) {
         start.defines.push_back(define);
       } else {
-        leaveOut("not the name of a define");
+        leaveOut("no define of the configuration's");
       }
       continue;
     }
     const auto text = value.string();
-    if (!text) continue;
-    if (!isVariableName(key)) {
-      leaveOut("not the name of a variable");
-    } else if (belongsToHost(key)) {
-      leaveOut("the host sets it");
-    } else if (text->find('\0') != std::string::npos) {
-      leaveOut("it has a NUL byte");
-    } else {
+    if (!isAllowed(key) || !isVariableName(key)) {
+      leaveOut("only TESSEL_* and ORRIN_* reach Apache");
+    } else if (text && text->find('\0') == std::string::npos) {
       start.variables.emplace(key, *text);
     }
   }
   for (const TesselValue& expected : kTesselValues) {
-    std::string& value = start.variables[expected.name];
-    if (value.empty()) value = expected.whenMissing;
-    if (!value.empty() && !expected.isUsable(value)) {
-      value = expected.whenUnusable;
-      start.remarks.push_back(std::string(expected.name) + " is not usable and replaced by \"" +
-                              value + "\"");
+    const auto given = start.variables.find(expected.name);
+    if (!environment.value(expected.name)) {
+      start.variables[expected.name] = expected.whenMissing;
+    } else if (given == start.variables.end() || !expected.isUsable(given->second)) {
+      start.variables[expected.name] = expected.whenUnusable;
+      start.remarks.emplace_back(expected.remark);
     }
   }
   std::string& address = start.variables["TESSEL_SERVER_ADDR"];
+  if (address.empty()) address = "*";
   if (isIPv6Address(address)) address = "[" + address + "]";
 
   start.defines.emplace_back("TESSEL");
   if (!start.variables["TESSEL_ACCESS_GROUP"].empty()) {
     start.defines.emplace_back("TESSEL_ACCESS_GROUP");
   }
+  return start;
+}
+
+ApacheStart withoutTessel(ApacheStart start) {
+  std::erase_if(start.defines, [](const std::string& name) { return name.starts_with("TESSEL"); });
   return start;
 }
 

@@ -16,16 +16,20 @@ struct ApacheStart {
   std::vector<std::string> remarks;              // what was left out or replaced, a line each
 };
 
-// Every text of the list becomes a variable and every key "-D NAME" a define, whatever its value.
-// Left out with a remark: names that are not made of letters, digits and underscores, texts with a
-// NUL byte, and names that belong to the host (APACHE_*, LD_*, PATH, GLIBC_TUNABLES): Debian's
-// scripts find the running server by the first, the others choose what code root runs.
+// Of the list become variables the texts whose names begin with TESSEL_ or ORRIN_, and defines the
+// keys "-D NAME", whatever their value. Left out with a remark is everything else: much of what a
+// program's environment may hold decides what code it runs, as root. So are names that are not made
+// of letters, digits and underscores, texts with a NUL byte, and the defines by which Apache would
+// do something else than serve.
 //
-// The five values that httpd_tessel.conf expands inside quotes always exist. One that is missing,
-// or that would end its quotes, gets what works: the address "*" when it is missing and 127.0.0.1
-// when it is no address, the port 8443, the name "localhost", no certificate, and a group that
-// nobody is in. The define TESSEL says that all this holds, TESSEL_ACCESS_GROUP that there is a
-// group.
+// The five values that httpd_tessel.conf expands inside quotes always exist. What is missing gets a
+// default: every address, the port 8443, the name "localhost", no certificate, any group. What is
+// there and cannot be used, be it of another type than text, opens nothing: the address 127.0.0.1
+// and a group that nobody is in, each with a remark in the words of tessel.plist. The define TESSEL
+// says that all this holds, TESSEL_ACCESS_GROUP that there is a group.
 ApacheStart apacheStart(const PropertyList& environment);
+
+// The same without anything of Tessel's: how Apache is started when it does not start otherwise.
+ApacheStart withoutTessel(ApacheStart start);
 
 }  // namespace tessel

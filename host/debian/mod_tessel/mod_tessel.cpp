@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/debian/mod_tessel/identity_check.h"
 #include "host/debian/mod_tessel/identity_lock.h"
 #include "host/debian/mod_tessel/property_request.h"
 #include "host/debian/mod_tessel/resource_walk.h"
@@ -261,7 +262,8 @@ const char* setShares(cmd_parms* command, void* location, int on) {
 
 // Apache stores functions of all shapes as one type and calls them by the shape that goes with the
 // directive.
-cmd_func asCommand(const char* (*function)(cmd_parms*, void*, int)) {
+template <typename Function>
+cmd_func asCommand(Function* function) {
   return reinterpret_cast<cmd_func>(reinterpret_cast<void (*)()>(function));
 }
 
@@ -269,6 +271,8 @@ cmd_func asCommand(const char* (*function)(cmd_parms*, void*, int)) {
 const command_rec kDirectives[] = {
     AP_INIT_FLAG("TesselShares", asCommand(setShares), nullptr, ACCESS_CONF,
                  "on: serve the WebDAV shares of this host below this location"),
+    AP_INIT_TAKE3("TesselIdentity", asCommand(checkIdentity), nullptr, RSRC_CONF | EXEC_ON_READ,
+                  "certificate, key and the program that prints the key's pass phrase"),
     {}};
 
 }  // namespace

@@ -1,0 +1,52 @@
+#include "host/debian/httpd_wrapper/settings.h"
+
+#include <grp.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace tessel {
+
+namespace {
+
+constexpr std::array<std::string_view, 6> kKeys{"AccessGroup", "ServerAddr", "ServerName",
+                                                "ServerPort",  "ServerSSL",  "TESSEL_SERVER_NAME"};
+
+// Whether a value says off without being a way to say so.
+bool isOddlyOff(const PropertyListValue& value) {
+  if (value.boolean()) return false;
+  if (value.elements() || value.entries() || value.data()) return true;
+  const auto text = value.string();
+  return text &&
+         (text->empty() || std::string_view("nNfF0").find(text->front()) == std::string_view::npos);
+}
+
+}  // namespace
+
+std::vector<std::string> settingsRemarks(const PropertyList& settings) {
+  std::vector<std::string> remarks;
+  const auto entries = settings.root().entries();
+  for (const auto& [key, value] : *entries) {
+    if (std::find(kKeys.begin(), kKeys.end(), key) == kKeys.end()) {
+      remarks.push_back("nobody reads the key " + key);
+    }
+  }
+  const auto name = settings.value("ServerName");
+  if (name && !name->string()) {
+    remarks.emplace_back("ServerName is no text, so the host's name is used");
+  }
+  const auto ssl = settings.value("ServerSSL");
+  if (ssl && isOddlyOff(*ssl)) {
+    remarks.emplace_back("ServerSSL is neither true nor false, so TLS is off");
+  }
+  const auto group = settings.value("AccessGroup");
+  const auto groupName = group ? group->string() : std::nullopt;
+  if (groupName && !groupName->empty() && ::getgrnam(groupName->c_str()) == nullptr) {
+    remarks.push_back("AccessGroup names the group " + *groupName +
+                      ", which does not exist, so nobody may sign in");
+  }
+  return remarks;
+}
+
+}  // namespace tessel
