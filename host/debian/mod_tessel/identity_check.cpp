@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "host/debian/mod_tessel/identity_lock.h"
 #include "platform/files/file_manager.h"
 #include "platform/keychain/served_identity.h"
 #include "platform/process/program.h"
@@ -68,6 +69,8 @@ bool isRestarting() {
 const char* checkIdentity(cmd_parms* command, void* /*section*/, const char* certificate,
                           const char* key, const char* passPhraseProgram) {
   try {
+    // Directives like this one are carried out before the hook that holds it otherwise.
+    if (!holdIdentity(command->temp_pool)) return "out of memory";
     const Status fits = identityFits(certificate, key, passPhraseProgram);
     if (fits) return nullptr;
     const char* reason = apr_pstrcat(command->pool, "Tessel's identity cannot be served: ",

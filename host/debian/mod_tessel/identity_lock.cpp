@@ -22,25 +22,29 @@ apr_status_t unlock(void* descriptor) {
   return APR_SUCCESS;
 }
 
-// Shared, so that Apaches do not wait for each other; an export that hangs is not waited for. The
-// pool, and with it the lock, goes when the configuration has been taken in.
-int lockIdentity(apr_pool_t* /*configuration*/, apr_pool_t* /*log*/, apr_pool_t* temporary) {
-  constexpr apr_interval_time_t kPause = 5000;  // microseconds
-  constexpr int kTries = 2000;
-  auto* folder =
-      new (std::nothrow) FileDescriptor(::open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder == nullptr) return HTTP_INTERNAL_SERVER_ERROR;
-  apr_pool_cleanup_register(temporary, folder, unlock, apr_pool_cleanup_null);
-  for (int i = 0; i < kTries && *folder && ::flock(folder->get(), LOCK_SH | LOCK_NB) != 0; ++i) {
-    apr_sleep(kPause);
-  }
-  return OK;
+int lockWhileConfiguring(apr_pool_t* /*configuration*/, apr_pool_t* /*log*/,
+                         apr_pool_t* temporary) {
+  return holdIdentity(temporary) ? OK : HTTP_INTERNAL_SERVER_ERROR;
 }
 
 }  // namespace
 
+// Shared, so that Apaches do not wait for each other; an export that hangs is not waited for.
+bool holdIdentity(apr_pool_t* pool) {
+  constexpr apr_interval_time_t kPause = 5000;  // microseconds
+  constexpr int kTries = 2000;
+  auto* folder =
+      new (std::nothrow) FileDescriptor(::open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder == nullptr) return false;
+  apr_pool_cleanup_register(pool, folder, unlock, apr_pool_cleanup_null);
+  for (int i = 0; i < kTries && *folder && ::flock(folder->get(), LOCK_SH | LOCK_NB) != 0; ++i) {
+    apr_sleep(kPause);
+  }
+  return true;
+}
+
 void registerIdentityLock(apr_pool_t* /*pool*/) {
-  ap_hook_pre_config(lockIdentity, nullptr, nullptr, APR_HOOK_REALLY_FIRST);
+  ap_hook_pre_config(lockWhileConfiguring, nullptr, nullptr, APR_HOOK_REALLY_FIRST);
 }
 
 }  // namespace tessel

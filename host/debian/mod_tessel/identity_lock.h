@@ -9,4 +9,8 @@ namespace tessel {
 
 void registerIdentityLock(apr_pool_t* pool);
 
+// The same by hand, for as long as the pool lives. Waits at most ten seconds and then goes on
+// without; false when memory runs out.
+bool holdIdentity(apr_pool_t* pool);
+
 }  // namespace tessel
