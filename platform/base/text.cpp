@@ -77,10 +77,10 @@ std::string trimmed(std::string_view text) {
   };
   const auto begins = [&text](std::string_view space) { return text.starts_with(space); };
   const auto ends = [&text](std::string_view space) { return text.ends_with(space); };
-  for (auto space = find(begins); space != kWhiteSpace.end(); space = find(begins)) {
+  for (const auto* space = find(begins); space != kWhiteSpace.end(); space = find(begins)) {
     text.remove_prefix(space->size());
   }
-  for (auto space = find(ends); space != kWhiteSpace.end(); space = find(ends)) {
+  for (const auto* space = find(ends); space != kWhiteSpace.end(); space = find(ends)) {
     text.remove_suffix(space->size());
   }
   return std::string(text);

@@ -135,6 +135,16 @@ Result<EncodedCertificate> encode(const Certificate& certificate) {
   return EncodedCertificate{*std::move(der), *digest};
 }
 
+Result<std::vector<EncodedCertificate>> encodeAll(const std::vector<Certificate>& chain) {
+  std::vector<EncodedCertificate> certificates;
+  for (const Certificate& certificate : chain) {
+    auto encoded = encode(certificate);
+    if (!encoded) return encoded.error();
+    certificates.push_back(*std::move(encoded));
+  }
+  return certificates;
+}
+
 // Decodes a certificate or key whose public key must have this digest.
 template <typename Decoded>
 Result<Decoded> decode(std::string_view der, std::string_view publicKeyDigest) {
@@ -183,6 +193,18 @@ Result<std::optional<std::string>> labelOf(const sql::Database& database, const 
       [&label](const sql::Statement& row) { label = row.bytes(0); }, sql::Blob{der});
   if (!read) return read.error();
   return label;
+}
+
+// Whether the certificate had to be added.
+Result<bool> addMissingCertificate(const sql::Database& database,
+                                   const EncodedCertificate& certificate,
+                                   const std::string& label) {
+  const auto present = labelOf(database, certificate.der);
+  if (!present) return present.error();
+  if (*present) return false;
+  const Status added = addCertificateItem(database, certificate, label);
+  if (!added) return added.error();
+  return true;
 }
 
 Result<std::int64_t> certificatesOf(const sql::Database& database, const std::string& publicKey) {
@@ -289,7 +311,7 @@ Status Keychain::change(Function function) {
   if (Status changed = function(*database_); !changed) return changed;
   // The journal goes last: once it is gone the changes have been made, and as with other files a
   // folder that cannot be synced is no failure.
-  const Status committed = transaction->commit();
+  Status committed = transaction->commit();
   if (!committed && sql::failureOf(committed.error()) != sql::Failure::NotSynced) return committed;
   return {};
 }
@@ -420,12 +442,9 @@ Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& c
   if (!der) return der.error();
   const auto digest = key.publicKeyDigest();
   if (!digest) return digest.error();
-  std::vector<EncodedCertificate> certificates;
-  for (const Certificate& certificate : chain) {
-    auto encoded = encode(certificate);
-    if (!encoded) return encoded.error();
-    certificates.push_back(*std::move(encoded));
-  }
+  const auto encoded = encodeAll(chain);
+  if (!encoded) return encoded.error();
+  const std::vector<EncodedCertificate>& certificates = *encoded;
   if (certificates.front().publicKeyDigest != *digest) {
     return Error{"the key does not belong to the certificate"};
   }
@@ -446,12 +465,10 @@ Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& c
       outcome = ImportOutcome::Imported;
     }
     for (size_t i = 0; i < chain.size(); ++i) {
-      const auto its = labelOf(db, certificates[i].der);
-      if (!its) return its.error();
-      if (*its) continue;
       const std::string itsLabel = i == 0 ? label : chain[i].commonName().value_or("");
-      if (Status added = addCertificateItem(db, certificates[i], itsLabel); !added) return added;
-      outcome = ImportOutcome::Imported;
+      const auto added = addMissingCertificate(db, certificates[i], itsLabel);
+      if (!added) return added.error();
+      if (*added) outcome = ImportOutcome::Imported;
     }
     return {};
   });
@@ -469,7 +486,7 @@ Status Keychain::deleteItem(std::int64_t id) {
       itemClass = row.bytes(0);
       digest = row.bytes(1);
     };
-    const Status read =
+    Status read =
         forEachRow(db, "SELECT class, public_key_digest FROM item WHERE id = ?", look, id);
     if (!read) return read;
     if (!itemClass) return noSuchItem;

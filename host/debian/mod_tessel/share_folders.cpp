@@ -58,7 +58,7 @@ std::optional<SharePoint> ShareFolders::read(const DirectoryRecord& record) {
   }
   // Read after the stamp was taken: a change in between is seen by the next look-up.
   const auto details = record.details();
-  const auto share = details ? sharePointOf(*details) : std::nullopt;
+  auto share = details ? sharePointOf(*details) : std::nullopt;
   if (isSettled(*stamp)) {
     const std::unique_lock lock(mutex_);
     records_.insert_or_assign(record.fileName(), KnownRecord{*stamp, share});
