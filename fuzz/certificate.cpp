@@ -1,8 +1,9 @@
-// Files of certificates, PEM or DER.
+// Files of certificates and private keys, PEM or DER.
 #include "platform/keychain/certificate.h"
 
 #include "fuzz/fuzz.h"
 #include "platform/base/text.h"
+#include "platform/keychain/private_key.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;
@@ -25,10 +26,22 @@ void checkCertificate(const Certificate& certificate) {
   (void)certificate.publicKeyDigest();
 }
 
+void checkKey(const PrivateKey& key) {
+  const auto der = key.der();
+  const auto digest = key.publicKeyDigest();
+  (void)key.encryptedPEM(Secret{"pass phrase"});
+  if (!der || !digest) return;
+  const auto again = PrivateKey::fromDER(der->view());
+  require(again && *again->publicKeyDigest() == *digest);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto certificates = Certificate::allFromFile(fuzz::text(data, size));
+  const std::string_view bytes = fuzz::text(data, size);
+  if (const auto key = PrivateKey::fromFile(bytes)) checkKey(*key);
+  if (const auto key = PrivateKey::fromDER(bytes)) checkKey(*key);
+  const auto certificates = Certificate::allFromFile(bytes);
   if (!certificates) return 0;
   require(!certificates->empty());
   for (const Certificate& certificate : *certificates) checkCertificate(certificate);

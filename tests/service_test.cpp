@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -280,6 +281,20 @@ TEST(Turn, IsWaitedForAndTheEnvironmentReadWhenItComes) {
     EXPECT_EQ(outcome.errors, "cat: /var/log/calls: No such file or directory\n") << word;
     EXPECT_PRED2(contains, host.calls(), "harlowctl [reload]\n");
   }
+}
+
+// A run that hangs must not keep the administrator from turning the service off.
+TEST(Turn, ComesAfterHalfAMinuteAtLast) {
+  Sandbox host;
+  host.makeLink(kActive, kMaster);
+  const Outcome outcome = host.shell(
+      "flock /var/lib/tessel sleep 100 & sleep 0.5; timeout 60 tesselctl stop; echo $?; kill $!");
+  EXPECT_EQ(outcome.output, "0\n");
+  const std::regex said(
+      "Waiting for .+, which is turning Tessel on or off\\.\\.\\.\n"
+      "It does not end; going on without waiting for it\\.\n");
+  EXPECT_TRUE(std::regex_match(outcome.errors, said)) << outcome.errors;
+  EXPECT_FALSE(host.exists(kActive));
 }
 
 TEST(Story, TwoStartsMakeApacheLookLikeSomebodyElses) {
