@@ -11,6 +11,8 @@ Secret::Secret(std::initializer_list<std::string_view> parts) {
   for (const std::string_view part : parts) bytes_.insert(bytes_.end(), part.begin(), part.end());
 }
 
-Secret::~Secret() { ::explicit_bzero(bytes_.data(), bytes_.size()); }
+Secret::~Secret() {
+  if (!bytes_.empty()) ::explicit_bzero(bytes_.data(), bytes_.size());
+}
 
 }  // namespace tessel
