@@ -33,12 +33,12 @@ constexpr const char* kStateFolder = "/var/lib/tessel-dav";
 
 // The code of every Error that State returns.
 enum class StateError {
-  Failed = 1,  // the database cannot be used
-  Busy,        // others have kept it busy for kLongestWait seconds
-  Full,        // the disk, or the database at its greatest size, is full; nothing was changed
-  TooMuch,     // beyond one of the bounds below; nothing was changed
-  Locked,      // another lock is in the way
-  NoSuchLock,  // none of this token holds there, or it is over
+  Failed = 100'000,  // the database cannot be used
+  Busy,              // others have kept it busy for kLongestWait seconds
+  Full,              // the disk, or the database at its greatest size, is full; nothing was changed
+  TooMuch,           // beyond one of the bounds below; nothing was changed
+  Locked,            // another lock is in the way
+  NoSuchLock,        // none of this token holds there, or it is over
 };
 inline StateError kindOf(const Error& error) { return static_cast<StateError>(error.code); }
 
@@ -105,6 +105,7 @@ class PropertyEdit {
   friend class State;
   struct Open;
   explicit PropertyEdit(std::unique_ptr<Open> open);
+  Error fail(const Error& error);  // ends the edit
   std::unique_ptr<Open> open_;
 };
 
