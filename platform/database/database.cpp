@@ -228,7 +228,9 @@ std::int64_t Database::lastRowID() const { return sqlite3_last_insert_rowid(conn
 std::int64_t Database::changedRows() const { return sqlite3_changes64(connection_.get()); }
 
 Status Database::flush() const {
-  if (sqlite3_db_cacheflush(connection_.get()) != SQLITE_OK) return lastError();
+  // Alone among SQLite's functions, this one leaves no message behind.
+  const int result = sqlite3_db_cacheflush(connection_.get());
+  if (result != SQLITE_OK) return Error{sqlite3_errstr(result), result};
   return {};
 }
 
@@ -246,7 +248,7 @@ Transaction::~Transaction() {
 
 Status Transaction::commit() {
   if (database_ == nullptr) return Error{"the transaction is over"};
-  const Status committed = database_->execute("COMMIT");
+  Status committed = database_->execute("COMMIT");
   // With a rollback journal the journal goes last: once it is gone, the changes have been made.
   if (committed || failureOf(committed.error()) == Failure::NotSynced) database_ = nullptr;
   return committed;

@@ -166,9 +166,6 @@ Status addCovering(StateConnection& connection, std::string_view path, std::time
 
 Result<std::vector<Lock>> locksOf(StateConnection& connection, const File& file, std::time_t now) {
   std::vector<Lock> locks;
-  const auto any = connection.number(kAnyLock);
-  if (!any) return any.error();
-  if (*any == 0) return locks;
   auto direct = locksAt(connection, file.path, now);
   if (!direct) return direct.error();
   for (FoundLock& one : *direct) {
@@ -213,7 +210,7 @@ Result<std::vector<std::int64_t>> filesFrom(StateConnection& connection, const c
 
 Status dropBare(StateConnection& connection, const std::vector<std::int64_t>& files) {
   for (const std::int64_t file : files) {
-    if (const Status dropped = dropIfBare(connection, file); !dropped) return dropped;
+    if (Status dropped = dropIfBare(connection, file); !dropped) return dropped;
   }
   return {};
 }
@@ -224,7 +221,7 @@ Status removeOver(StateConnection& connection, std::time_t now) {
   const auto files = filesFrom(connection, kOver, first, last);
   if (!files) return files.error();
   if (files->empty()) return {};
-  const Status removed = connection.change(kRemoveOver, first, last);
+  Status removed = connection.change(kRemoveOver, first, last);
   if (!removed) return removed;
   return dropBare(connection, *files);
 }
@@ -285,13 +282,28 @@ bool covers(const Lock& lock, const File& file) {
   return file.linkedPath != lock.path && covers(lock, file.linkedPath);
 }
 
+namespace {
+
+// Locks that `function` looks up: none, and quickly, where there are none at all, which is usual.
+template <typename Function>
+Result<std::vector<Lock>> readLocks(StateStore& store, Function&& function) {
+  const auto any =
+      store.read([](StateConnection& connection) { return connection.number(kAnyLock); });
+  if (!any) return any.error();
+  if (*any == 0) return std::vector<Lock>();
+  return store.readAtOnce(std::forward<Function>(function));
+}
+
+}  // namespace
+
 Result<std::vector<Lock>> State::locks(const File& file) {
-  return store_->read(
-      [&](StateConnection& connection) { return locksOf(connection, file, store_->now()); });
+  return readLocks(*store_, [&](StateConnection& connection) {
+    return locksOf(connection, file, store_->now());
+  });
 }
 
 Result<std::vector<Lock>> State::locksOfTree(const File& file) {
-  return store_->read([&](StateConnection& connection) -> Result<std::vector<Lock>> {
+  return readLocks(*store_, [&](StateConnection& connection) -> Result<std::vector<Lock>> {
     const std::time_t now = store_->now();
     auto locks = locksOf(connection, file, now);
     if (!locks) return locks;
@@ -304,10 +316,7 @@ Result<std::vector<Lock>> State::locksOfTree(const File& file) {
 }
 
 Result<std::vector<Lock>> State::locksIn(const std::string& folder) {
-  return store_->read([&](StateConnection& connection) -> Result<std::vector<Lock>> {
-    const auto any = connection.number(kAnyLock);
-    if (!any) return any.error();
-    if (*any == 0) return std::vector<Lock>();
+  return readLocks(*store_, [&](StateConnection& connection) -> Result<std::vector<Lock>> {
     auto locks = found(connection, kLocksIn, store_->now(), Blob{folder});
     if (!locks) return locks.error();
     return standing(std::move(*locks));
@@ -315,7 +324,7 @@ Result<std::vector<Lock>> State::locksIn(const std::string& folder) {
 }
 
 Result<std::vector<Lock>> State::allLocks() {
-  return store_->read([&](StateConnection& connection) -> Result<std::vector<Lock>> {
+  return readLocks(*store_, [&](StateConnection& connection) -> Result<std::vector<Lock>> {
     auto locks = found(connection, kAllLocks, store_->now());
     if (!locks) return locks.error();
     return standing(std::move(*locks));
@@ -398,7 +407,7 @@ Status State::bindName(const File& file) {
     if (!*onName) return {};
     const auto known = madeFileOf(connection, file);
     if (!known) return known.error();
-    const Status moved = connection.change(kMoveLocks, (*onName)->file, *known);
+    Status moved = connection.change(kMoveLocks, (*onName)->file, *known);
     if (!moved) return moved;
     return dropPlace(connection, file.path, **onName);
   });
@@ -408,7 +417,7 @@ Status State::removeLock(const std::string& token) {
   return store_->write([&](StateConnection& connection) -> Status {
     const auto files = filesFrom(connection, kFileOfToken, std::string_view(token));
     if (!files) return files.error();
-    const Status removed = connection.change(kRemoveToken, std::string_view(token));
+    Status removed = connection.change(kRemoveToken, std::string_view(token));
     if (!removed) return removed;
     return dropBare(connection, *files);
   });

@@ -125,7 +125,7 @@ Result<std::int64_t> madeFileOf(StateConnection& connection, const File& file) {
   const auto known = placeOf(connection, file);
   if (!known) return known.error();
   if (*known) return (*known)->file;
-  const auto made = makeFile(connection);
+  auto made = makeFile(connection);
   if (!made) return made;
   if (const Status added = addPlace(connection, file.path, file.identity, *made, 0); !added) {
     return added.error();
@@ -139,7 +139,7 @@ Status addPlace(StateConnection& connection, std::string_view path, const FileId
   if (!places) return places.error();
   for (const Place& place : *places) {
     if (!place.identity.isSameFile(identity) || place.file == file) continue;
-    if (const Status dropped = dropPlace(connection, path, place); !dropped) return dropped;
+    if (Status dropped = dropPlace(connection, path, place); !dropped) return dropped;
   }
   const PathParts parts = partsOf(path);
   return connection.change(kAddPlace, Blob{parts.folder}, Blob{parts.name},
@@ -148,7 +148,7 @@ Status addPlace(StateConnection& connection, std::string_view path, const FileId
 }
 
 Status dropPlace(StateConnection& connection, std::string_view path, const Place& place) {
-  const Status dropped = changePlace(connection, kDropPlace, path, place);
+  Status dropped = changePlace(connection, kDropPlace, path, place);
   if (!dropped) return dropped;
   return connection.change(kDropUnplaced, place.file);
 }
@@ -188,8 +188,8 @@ Status copyPlaces(StateConnection& connection, const std::string& from, const st
   const Tree tree(from);
   const PathParts target = partsOf(to);
   const auto time = static_cast<std::int64_t>(now);
-  const Status top = connection.change(kCopyTop, Blob{tree.top.folder}, Blob{tree.top.name},
-                                       Blob{target.folder}, Blob{target.name}, time);
+  Status top = connection.change(kCopyTop, Blob{tree.top.folder}, Blob{tree.top.name},
+                                 Blob{target.folder}, Blob{target.name}, time);
   if (!top) return top;
   // substr counts from 1.
   return changeTree(connection, kCopyBelow, tree, Blob{to},
@@ -204,7 +204,7 @@ Status takeBackPlaces(StateConnection& connection, const std::string& from, cons
 
 Status forgetPlaces(StateConnection& connection, const Tree& tree) {
   for (const char* sql : {kForgetLocks, kForgetFiles, kForgetPlaces}) {
-    if (const Status forgotten = changeTree(connection, sql, tree); !forgotten) return forgotten;
+    if (Status forgotten = changeTree(connection, sql, tree); !forgotten) return forgotten;
   }
   return {};
 }

@@ -13,7 +13,7 @@ namespace {
 using sql::Blob;
 
 // What a listing holds of a folder at once, in bytes.
-constexpr std::size_t kMostHeld = 4 * 1024 * 1024;
+constexpr std::size_t kMostHeld = 4UL * 1024 * 1024;
 
 constexpr const char* kProperties =
     "SELECT space, name, value FROM property WHERE file = ? ORDER BY space, name";
@@ -174,8 +174,8 @@ struct PropertyEdit::Open {
 };
 
 PropertyEdit::PropertyEdit(std::unique_ptr<Open> open) : open_(std::move(open)) {}
-PropertyEdit::PropertyEdit(PropertyEdit&&) noexcept = default;
-PropertyEdit& PropertyEdit::operator=(PropertyEdit&&) noexcept = default;
+PropertyEdit::PropertyEdit(PropertyEdit&& other) noexcept = default;
+PropertyEdit& PropertyEdit::operator=(PropertyEdit&& other) noexcept = default;
 PropertyEdit::~PropertyEdit() = default;
 
 Result<PropertyEdit> State::edit(const File& file) {
@@ -333,7 +333,7 @@ Status State::willCopy(const File& from, const File& to) {
     }
     const auto made = makeFile(connection);
     if (!made) return made.error();
-    const Status copied = connection.change(kCopyProperties, (*source)->file, *made);
+    Status copied = connection.change(kCopyProperties, (*source)->file, *made);
     if (!copied) return copied;
     return addPlace(connection, to.path, to.identity, *made, store_->now());
   });

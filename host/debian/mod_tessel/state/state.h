@@ -44,14 +44,14 @@ inline StateError kindOf(const Error& error) { return static_cast<StateError>(er
 
 // Bounds. The time is in seconds, sizes are in bytes.
 constexpr int kLongestWait = 5;
-constexpr std::size_t kMostValueBytes = 64 * 1024;       // of a property
-constexpr std::size_t kMostNameBytes = 4 * 1024;         // of a property's name with its namespace
-constexpr std::size_t kMostProperties = 1000;            // of a file
-constexpr std::size_t kMostPropertyBytes = 1024 * 1024;  // of a file, names and values
-constexpr std::size_t kMostOwnerBytes = 64 * 1024;       // of a lock
-constexpr std::size_t kMostUserOwnerBytes = 256 * 1024;  // of all locks of a user
-constexpr std::size_t kMostUserLocks = 1000;             // of a user
-constexpr std::size_t kMostFileLocks = 64;               // shared ones, on one file
+constexpr std::size_t kMostValueBytes = 64UL * 1024;  // of a property
+constexpr std::size_t kMostNameBytes = 4UL * 1024;    // of a property's name with its namespace
+constexpr std::size_t kMostProperties = 1000;         // of a file
+constexpr std::size_t kMostPropertyBytes = 1024UL * 1024;  // of a file, names and values
+constexpr std::size_t kMostOwnerBytes = 64UL * 1024;       // of a lock
+constexpr std::size_t kMostUserOwnerBytes = 256UL * 1024;  // of all locks of a user
+constexpr std::size_t kMostUserLocks = 1000;               // of a user
+constexpr std::size_t kMostFileLocks = 64;                 // shared ones, on one file
 constexpr std::time_t kLongestLock = 3600;
 
 struct Property {
@@ -86,8 +86,8 @@ class StateStore;
 // Belongs to one thread.
 class PropertyEdit {
  public:
-  PropertyEdit(PropertyEdit&&) noexcept;
-  PropertyEdit& operator=(PropertyEdit&&) noexcept;
+  PropertyEdit(PropertyEdit&& other) noexcept;
+  PropertyEdit& operator=(PropertyEdit&& other) noexcept;
   PropertyEdit(const PropertyEdit&) = delete;
   PropertyEdit& operator=(const PropertyEdit&) = delete;
   ~PropertyEdit();

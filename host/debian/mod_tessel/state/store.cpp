@@ -101,9 +101,9 @@ Status makeSchema(const sql::Database& database) {
   auto transaction = sql::Transaction::begin(database);
   if (!transaction) return transaction.error();
   for (const char* statement : kSchema) {
-    if (const Status made = database.execute(statement); !made) return made;
+    if (Status made = database.execute(statement); !made) return made;
   }
-  if (const Status made = database.execute(kHeader); !made) return made;
+  if (Status made = database.execute(kHeader); !made) return made;
   return transaction->commit();
 }
 
@@ -201,7 +201,7 @@ Error StateStore::tooBusy() {
 }
 
 std::unique_lock<std::timed_mutex> StateStore::turnToWrite() {
-  return std::unique_lock(writing_, std::chrono::seconds(kLongestWait));
+  return {writing_, std::chrono::seconds(kLongestWait)};
 }
 
 Result<StateStore::Lease> StateStore::connection() {
@@ -313,7 +313,8 @@ Status StateStore::setAside(const std::string& reason) {
   }
   const std::string stem = options_.folder + "/set-aside-" + date.data();
   for (int count = 1; count <= kMostTries; ++count) {
-    const std::string path = count == 1 ? stem : stem + "-" + std::to_string(count);
+    std::string path = stem;
+    if (count > 1) path.append("-").append(std::to_string(count));
     if (::renameat2(AT_FDCWD, current_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
       if (options_.log) {
         options_.log("The database of properties and locks was set aside as " + path +

@@ -81,6 +81,8 @@ class StateConnection {
     explicit Running(sql::Statement& statement) : statement(statement) {}
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
+    Running(Running&&) = delete;
+    Running& operator=(Running&&) = delete;
     ~Running() { statement.reset(); }
   };
 
@@ -135,6 +137,19 @@ class StateStore {
       if (outcome) return outcome;
       if (!recover(*lease, outcome.error()) || !isFirst) return asStateError(outcome.error());
     }
+  }
+
+  // The same for what asks more than once: all answers are of one moment, and cheaper.
+  template <typename Function>
+  auto readAtOnce(Function&& function) -> std::invoke_result_t<Function, StateConnection&> {
+    using Outcome = std::invoke_result_t<Function, StateConnection&>;
+    return read([&](StateConnection& connection) -> Outcome {
+      if (const Status begun = connection.change("BEGIN"); !begun) return begun.error();
+      Outcome outcome = function(connection);
+      const Status ended = connection.change("COMMIT");
+      if (outcome && !ended) return ended.error();
+      return outcome;
+    });
   }
 
   // The same inside a transaction, which is committed when `function` succeeds.
