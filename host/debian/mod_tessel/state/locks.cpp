@@ -11,7 +11,7 @@
 #include "host/debian/mod_tessel/state/places.h"
 #include "host/debian/mod_tessel/state/state.h"
 #include "host/debian/mod_tessel/state/store.h"
-#include "platform/base/text.h"
+#include "platform/base/hexadecimal.h"
 
 namespace tessel {
 

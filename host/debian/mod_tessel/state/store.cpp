@@ -317,8 +317,8 @@ Status StateStore::setAside(const std::string& reason) {
     if (count > 1) path.append("-").append(std::to_string(count));
     if (::renameat2(AT_FDCWD, current_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
       if (options_.log) {
-        options_.log("The database of properties and locks was set aside as " + path +
-                     " and a fresh one is made: " + reason);
+        std::string line = "The database of properties and locks was set aside as ";
+        options_.log(line.append(path).append(" and a fresh one is made: ").append(reason));
       }
       return {};
     }
