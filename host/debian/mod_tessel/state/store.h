@@ -78,7 +78,7 @@ class StateConnection {
  private:
   struct Running {
     sql::Statement& statement;
-    explicit Running(sql::Statement& statement) : statement(statement) {}
+    explicit Running(sql::Statement& running) : statement(running) {}
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
     Running(Running&&) = delete;
