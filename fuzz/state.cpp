@@ -31,7 +31,7 @@ struct Good {
 };
 Good* good = nullptr;  // for the life of the process
 
-State::Options options() { return {kFolder, {}, {}}; }
+State::Options options() { return {kFolder, {}, 16L * 1024 * 1024, {}}; }
 
 void removeDatabases() {
   for (const auto& entry : fs::directory_iterator(kFolder)) fs::remove_all(entry.path());

@@ -53,7 +53,7 @@ class StateTest : public testing::Test {
   std::unique_ptr<State> makeState() {
     return std::make_unique<State>(
         State::Options{folder(), [this](const std::string& line) { log_.push_back(line); },
-                       [this] { return std::time(nullptr) + later_; }});
+                       greatestSize_, [this] { return std::time(nullptr) + later_; }});
   }
   void open() { state_ = makeState(); }
   State& state() { return *state_; }
@@ -150,6 +150,7 @@ class StateTest : public testing::Test {
   std::unique_ptr<State> state_;
   std::vector<std::string> log_;
   std::time_t later_ = 0;
+  std::int64_t greatestSize_ = 512L * 1024 * 1024;
 };
 
 StateError kind(const Status& status) { return kindOf(status.error()); }
@@ -358,6 +359,51 @@ TEST_F(StateTest, ListsAFolder) {
     }
     EXPECT_TRUE(listed.of("0", file("f/1").identity)->empty());
   }
+}
+
+TEST_F(StateTest, ForgetsWhatHasBeenGoneForLong) {
+  constexpr std::time_t kDay = 24L * 3600;
+  const int count = 20;
+  for (int i = 0; i < count; ++i) ASSERT_TRUE(set(makeFile(std::to_string(i)), "x", "1"));
+  makeFolder("t");
+  ASSERT_TRUE(set(makeFile("t/u"), "x", "1"));
+  const File busy = makeFile("busy");
+  const auto work = [&] {
+    for (int i = 0; i < count; ++i) ASSERT_TRUE(set(busy, "x", std::to_string(i)));
+  };
+  fs::remove(at("1"));
+  fs::rename(at("2"), at("away"));
+  fs::rename(at("3"), at("4"));
+  fs::remove_all(at("t"));
+  work();
+  EXPECT_EQ(rows(), 3 * (count + 2));
+  later_ = 20 * kDay;
+  fs::rename(at("away"), at("2"));
+  work();
+  EXPECT_EQ(rows(), 3 * (count + 2));
+  // Gone again, but not for so long.
+  fs::rename(at("2"), at("away"));
+  work();
+  later_ = 40 * kDay;
+  work();
+  EXPECT_EQ(rows(), 3 * (count + 2 - 4));
+  fs::rename(at("away"), at("2"));
+  EXPECT_EQ(propertiesOf(file("2")), "x=1");
+}
+
+TEST_F(StateTest, PropertiesLeaveRoomForLocks) {
+  greatestSize_ = 2L * 1024 * 1024;
+  open();
+  const std::string big(kMostValueBytes, 'v');
+  Status last;
+  int count = 0;
+  while (last && count < 100) last = set(makeFile(std::to_string(++count)), "x", big);
+  EXPECT_EQ(kind(last), StateError::Full);
+  EXPECT_GT(count, 20);
+  for (int i = 1; i <= count; ++i) ASSERT_TRUE(lock(file(std::to_string(i)), "ann")) << i;
+  ASSERT_TRUE(state().forgetTree(at("1")));
+  ASSERT_TRUE(state().forgetTree(at("2")));
+  EXPECT_TRUE(set(file(std::to_string(count)), "x", big));
 }
 
 TEST_F(StateTest, LocksHoldForWhatTheyCover) {

@@ -17,9 +17,10 @@ constexpr std::size_t kMostPlaces = 1000;
   ".folder >= ?4 AND " place ".folder < ?5))"
 
 constexpr const char* kPlacesAt =
-    "SELECT inode, birth, device, file, announced FROM place WHERE folder = ? AND name = ?";
+    "SELECT inode, birth, device, file, announced, missing FROM place WHERE folder = ? AND name = "
+    "?";
 constexpr const char* kMakeFile = "INSERT INTO file DEFAULT VALUES";
-constexpr const char* kAddPlace = "INSERT OR REPLACE INTO place VALUES (?, ?, ?, ?, ?, ?, ?)";
+constexpr const char* kAddPlace = "INSERT OR REPLACE INTO place VALUES (?, ?, ?, ?, ?, ?, ?, 0)";
 constexpr const char* kDropPlace =
     "DELETE FROM place WHERE folder = ? AND name = ? AND inode = ? AND birth = ? AND device = ?";
 constexpr const char* kDropUnplaced =
@@ -33,11 +34,11 @@ constexpr const char* kMarkSettled =
 constexpr const char* kIsAnythingIn =
     "SELECT EXISTS (SELECT 1 FROM place p WHERE " TREE_OF("p") ")";
 constexpr const char* kCopyTop =
-    "INSERT OR REPLACE INTO place SELECT ?3, ?4, inode, birth, device, file, ?5 FROM place"
+    "INSERT OR REPLACE INTO place SELECT ?3, ?4, inode, birth, device, file, ?5, 0 FROM place"
     " WHERE folder = ?1 AND name = ?2 AND inode != 0";
 constexpr const char* kCopyBelow =
     "INSERT OR REPLACE INTO place"
-    " SELECT CAST(?6 || substr(folder, ?7) AS BLOB), name, inode, birth, device, file, ?8"
+    " SELECT CAST(?6 || substr(folder, ?7) AS BLOB), name, inode, birth, device, file, ?8, 0"
     " FROM place p WHERE " TREE_OF("p") " AND NOT (p.folder = ?1 AND p.name = ?2) AND inode != 0";
 constexpr const char* kTakeBack =
     "DELETE FROM place AS p WHERE " TREE_OF("p") " AND announced != 0 AND EXISTS"
@@ -99,7 +100,8 @@ Result<std::vector<Place>> placesAt(StateConnection& connection, std::string_vie
         places.push_back({{static_cast<std::uint64_t>(row.number(2)),
                            static_cast<std::uint64_t>(row.number(0)), row.number(1)},
                           row.number(3),
-                          row.number(4)});
+                          row.number(4),
+                          row.number(5)});
         return places.size() < kMostPlaces;
       },
       Blob{parts.folder}, Blob{parts.name});

@@ -36,6 +36,7 @@ struct Place {
   FileIdentity identity;
   std::int64_t file = 0;
   std::time_t announced = 0;  // when it was said that the file will stand here, 0 once it does
+  std::time_t missing = 0;    // since when it was seen not to, 0 when it was not
 };
 
 // All that were ever at the path, the name alone included.

@@ -2,6 +2,7 @@
 #include <map>
 #include <utility>
 
+#include "host/debian/mod_tessel/state/absences.h"
 #include "host/debian/mod_tessel/state/places.h"
 #include "host/debian/mod_tessel/state/state.h"
 #include "host/debian/mod_tessel/state/store.h"
@@ -170,6 +171,7 @@ struct PropertyEdit::Open {
   std::unique_lock<std::timed_mutex> turn;
   sql::Transaction transaction;
   std::optional<std::int64_t> known;  // the file, when it has something or is going to
+  std::vector<Absence> absences;
   bool hasChanged = false;
 };
 
@@ -183,18 +185,28 @@ Result<PropertyEdit> State::edit(const File& file) {
     return stateError(StateError::Failed, "there is no file for properties");
   }
   for (bool isFirst = true;; isFirst = false) {
-    auto turn = store_->turnToWrite();
-    if (!turn) return StateStore::tooBusy();
     auto lease = store_->connection();
     if (!lease) return lease.error();
+    std::string lookedAt = store_->lookedAt();
+    auto absences = lookForAbsences(**lease, file.identity.device, lookedAt);
+    if (!absences) {
+      if (!store_->recover(*lease, absences.error()) || !isFirst) {
+        return asStateError(absences.error());
+      }
+      continue;
+    }
+    store_->setLookedAt(std::move(lookedAt));
+    auto turn = store_->turnToWrite();
+    if (!turn) return StateStore::tooBusy();
     auto transaction = sql::Transaction::begin((*lease)->database());
     Status begun = transaction ? Status() : transaction.error();
     if (begun) {
       const auto known = placeOf(**lease, file);
       if (known) {
         const auto id = *known ? std::optional((*known)->file) : std::nullopt;
-        return PropertyEdit(std::make_unique<PropertyEdit::Open>(PropertyEdit::Open{
-            store_.get(), file, std::move(*lease), std::move(turn), std::move(*transaction), id}));
+        return PropertyEdit(std::make_unique<PropertyEdit::Open>(
+            PropertyEdit::Open{store_.get(), file, std::move(*lease), std::move(turn),
+                               std::move(*transaction), id, std::move(*absences)}));
       }
       begun = known.error();
     }
@@ -252,6 +264,11 @@ Status PropertyEdit::set(const Property& property) {
       },
       *open_->known, Blob{property.space}, Blob{property.name});
   if (!counted) return fail(counted.error());
+  const auto hasRoom = connection.hasRoom();
+  if (!hasRoom) return fail(hasRoom.error());
+  if (!*hasRoom) {
+    return fail(stateError(StateError::Full, "the state database has reached its greatest size"));
+  }
   if (count >= kMostProperties || bytes + sizeOf(property) > kMostPropertyBytes) {
     return stateError(StateError::TooMuch, "the file has too many properties");
   }
@@ -279,6 +296,7 @@ Status PropertyEdit::commit() {
   if (open_->hasChanged) {
     Status done = dropIfBare(*open_->lease, *open_->known);
     if (done) done = settlePlaces(*open_->lease, open_->file, open_->store->now());
+    if (done) done = noteAbsences(*open_->lease, open_->absences, open_->store->now());
     if (done) done = open_->transaction.commit();
     if (!done) return fail(done.error());
   }

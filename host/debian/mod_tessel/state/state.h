@@ -135,6 +135,8 @@ class State {
     std::string folder = kStateFolder;
     // Takes one line, without a newline, for the administrator; from any thread.
     std::function<void(const std::string&)> log = {};
+    // Of the database, in bytes. Properties may have seven eighths of it.
+    std::int64_t greatestSize = 512L * 1024 * 1024;
     // The time of day, for tests; the system's when empty.
     std::function<std::time_t()> now = {};
   };

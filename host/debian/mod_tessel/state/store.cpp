@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -21,15 +22,18 @@ constexpr std::int64_t kApplicationID = 0x54535354;  // "TSST", in the file's he
 constexpr std::int64_t kFormatVersion = 1;
 constexpr std::size_t kMostIdleConnections = 16;
 constexpr std::size_t kTables = 8;
+constexpr std::int64_t kPageSize = 4096;
 
 // What SQLite keeps of these is their text, by which a state database is known. Names and paths are
 // bytes. `place` says which file is known under which path and identity; an inode of 0 is the name
-// alone. `announced` is when a file was said to come to stand there, 0 once it does.
+// alone. `announced` is when a file was said to come to stand there, 0 once it does;
+// `missing` since when the file was seen not to stand there.
 constexpr std::array<const char*, kTables> kSchema = {
     "CREATE TABLE file (id INTEGER PRIMARY KEY)",
     "CREATE TABLE place (folder BLOB NOT NULL, name BLOB NOT NULL, inode INTEGER NOT NULL, "
     "birth INTEGER NOT NULL, device INTEGER NOT NULL, "
-    "file INTEGER NOT NULL REFERENCES file ON DELETE CASCADE, announced INTEGER NOT NULL, "
+    "file INTEGER NOT NULL REFERENCES file ON DELETE CASCADE, announced INTEGER NOT NULL, missing "
+    "INTEGER NOT NULL, "
     "PRIMARY KEY (folder, name, inode, birth, device)) WITHOUT ROWID",
     "CREATE INDEX place_of_file ON place (file)",
     "CREATE TABLE property (file INTEGER NOT NULL REFERENCES file ON DELETE CASCADE, "
@@ -52,13 +56,13 @@ constexpr const char* kIsOurSchema =
     " total(sql NOT IN (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)) = 0 FROM sqlite_schema";
 
 // A log that others were reading for long is cut when it is begun anew. A processor's fault in a
-// page is better found than followed. Half a gigabyte at most, in pages of 4 kB.
+// page is better found than followed.
 constexpr const char* kSettings =
+    "PRAGMA page_size = 4096;"
     "PRAGMA journal_mode = WAL;"
     "PRAGMA synchronous = NORMAL;"
     "PRAGMA foreign_keys = ON;"
     "PRAGMA cell_size_check = ON;"
-    "PRAGMA max_page_count = 131072;"
     "PRAGMA journal_size_limit = 4194304;"
     "PRAGMA cache_size = -1024;";
 // A database up to here is checked as a whole when a process opens it first; that takes a few
@@ -141,7 +145,8 @@ Error asStateError(const Error& error) {
   return stateError(kind, "the state database: " + error.description);
 }
 
-Result<std::unique_ptr<StateConnection>> StateConnection::open(const std::string& folder) {
+Result<std::unique_ptr<StateConnection>> StateConnection::open(const std::string& folder,
+                                                               std::int64_t greatestSize) {
   struct stat status {};
   if (::mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) {
     return systemError("cannot make the folder " + folder);
@@ -164,10 +169,14 @@ Result<std::unique_ptr<StateConnection>> StateConnection::open(const std::string
   auto opened = sql::Database::open(path, options);
   if (!opened) return opened.error();
   if (const Status set = opened->execute(kSettings); !set) return set.error();
+  const std::int64_t pages = std::max(greatestSize / kPageSize, std::int64_t{kTables + 2});
+  const std::string limit = "PRAGMA max_page_count = " + std::to_string(pages);
+  if (const Status set = opened->execute(limit.c_str()); !set) return set.error();
   if (const Status checked = checkSchema(*opened); !checked) return checked.error();
   const auto identity = identityAt(path);
   if (!identity) return identity.error();
-  return std::unique_ptr<StateConnection>(new StateConnection(std::move(*opened), *identity));
+  return std::unique_ptr<StateConnection>(
+      new StateConnection(std::move(*opened), *identity, pages));
 }
 
 Status StateConnection::check() const {
@@ -177,6 +186,14 @@ Status StateConnection::check() const {
   if (!row) return row.error();
   if (!*row || check->bytes(0) != "ok") return unusable("its pages make no sense");
   return {};
+}
+
+Result<bool> StateConnection::hasRoom() {
+  const auto used = number("PRAGMA page_count");
+  if (!used) return used.error();
+  const auto unused = number("PRAGMA freelist_count");
+  if (!unused) return unused.error();
+  return *used - *unused <= pages_ / 8 * 7;
 }
 
 Result<sql::Statement*> StateConnection::prepared(const char* sql) {
@@ -202,6 +219,16 @@ Error StateStore::tooBusy() {
 
 std::unique_lock<std::timed_mutex> StateStore::turnToWrite() {
   return {writing_, std::chrono::seconds(kLongestWait)};
+}
+
+std::string StateStore::lookedAt() {
+  const std::lock_guard lock(mutex_);
+  return lookedAt_;
+}
+
+void StateStore::setLookedAt(std::string path) {
+  const std::lock_guard lock(mutex_);
+  lookedAt_ = std::move(path);
 }
 
 Result<StateStore::Lease> StateStore::connection() {
@@ -282,7 +309,7 @@ Result<std::unique_ptr<StateConnection>> StateStore::open() {
   const auto turn = takeTurn();
   if (!turn) return turn.error();
   const auto openChecked = [&]() -> Result<std::unique_ptr<StateConnection>> {
-    auto opened = StateConnection::open(current_);
+    auto opened = StateConnection::open(current_, options_.greatestSize);
     if (!opened) return opened;
     struct stat status {};
     const bool isSmall = ::stat(file_.c_str(), &status) == 0 && status.st_size <= kMostChecked;

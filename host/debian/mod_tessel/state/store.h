@@ -33,13 +33,16 @@ class StateConnection {
  public:
   // In this folder; makes it and the database in it when there are none. When what is there is no
   // such database, the Error's failureOf() is Damaged.
-  static Result<std::unique_ptr<StateConnection>> open(const std::string& folder);
+  static Result<std::unique_ptr<StateConnection>> open(const std::string& folder,
+                                                       std::int64_t greatestSize);
 
   const sql::Database& database() const { return database_; }
   // Of the database's file.
   const FileIdentity& identity() const { return identity_; }
   // Whether its pages make sense.
   Status check() const;
+  // Whether properties may grow: an eighth of the greatest size is left to locks and to removing.
+  Result<bool> hasRoom();
 
   // Runs a statement, the text of which is a constant, with these values.
   template <typename... Values>
@@ -86,13 +89,13 @@ class StateConnection {
     ~Running() { statement.reset(); }
   };
 
-  StateConnection(sql::Database database, const FileIdentity& identity)
-      : database_(std::move(database)), identity_(identity) {}
-  Status prepareFile();
+  StateConnection(sql::Database database, const FileIdentity& identity, std::int64_t pages)
+      : database_(std::move(database)), identity_(identity), pages_(pages) {}
   Result<sql::Statement*> prepared(const char* sql);
 
   sql::Database database_;
   FileIdentity identity_;
+  std::int64_t pages_;  // at most
   std::unordered_map<const char*, sql::Statement> statements_;
 };
 
@@ -178,6 +181,10 @@ class StateStore {
   // aside if it is damaged. Whether a fresh one can be had now.
   bool recover(Lease& lease, const Error& error);
 
+  // The path up to which was looked for files that are gone, from any thread.
+  std::string lookedAt();
+  void setLookedAt(std::string path);
+
  private:
   Status checkFolder() const;
   // Held while its descriptor is open.
@@ -193,6 +200,7 @@ class StateStore {
   std::mutex mutex_;
   std::vector<std::unique_ptr<StateConnection>> idle_;  // guarded by mutex_
   bool wasChecked_ = false;                             // guarded by mutex_
+  std::string lookedAt_;                                // guarded by mutex_
 };
 
 }  // namespace tessel
