@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "fuzz/fuzz.h"
+#include "host/debian/mod_tessel/element_text.h"
+#include "host/debian/mod_tessel/property_answer.h"
 #include "host/debian/mod_tessel/property_request.h"
 #include "platform/base/text.h"
 
@@ -37,7 +39,7 @@ std::string textOf(const apr_xml_elem* element) {
 
 using Names = std::vector<std::pair<std::string, std::string>>;
 
-// Checks what the answer says about the one collection, and returns the properties in it.
+// Checks what the answer says about the one file, and returns the properties in it.
 Names checkAnswer(const apr_xml_doc& answer, const std::string& name) {
   Names names;
   const apr_xml_elem* response = childNamed(answer.root, "response");
@@ -57,6 +59,56 @@ Names checkAnswer(const apr_xml_doc& answer, const std::string& name) {
   return names;
 }
 
+// Every element of the document becomes a property that a client has set: its text must stand for
+// itself in any answer.
+std::vector<Property> settable(const apr_xml_elem* element, const apr_xml_doc& document,
+                               apr_pool_t* pool) {
+  std::vector<Property> properties;
+  const auto text = elementText(element, document.namespaces, pool);
+  if (!text) return properties;
+  const apr_xml_doc* alone = parsed(pool, *text);
+  require(alone != nullptr && std::string_view(alone->root->name) == element->name);
+  const auto again = elementText(alone->root, alone->namespaces, pool);
+  require(again && textOf(alone->root) == textOf(element));
+  const bool hasNameSpace = element->ns != APR_XML_NS_NONE;
+  properties.push_back({hasNameSpace ? APR_XML_GET_URI_ITEM(document.namespaces, element->ns) : "",
+                        element->name, *text});
+  return properties;
+}
+
+void check(const PropertyRequest& asked, const std::string& name,
+           const std::vector<Property>& properties, apr_pool_t* pool) {
+  const Lock lock{
+      "00000000-0000-4000-8000-000000000000", "/f", true, true, false, "<o/>", "u", 0, 9};
+  const Lock* const locks = &lock;
+  const std::string href = "/" + percentEncoded(name);
+  ListedItem item;
+  item.href = href;
+  item.displayName = name;
+  item.contentType = "a/b<";
+  item.space = Space{1, 2};
+  item.properties = properties;
+  item.locks = {&locks, 1};
+  PropertyAnswer answer(asked, 0);
+  std::string xml;
+  answer.appendStart(xml);
+  answer.appendResponse(xml, item);
+  PropertyAnswer::appendEnd(xml);
+  require(isUTF8(xml));
+  const apr_xml_doc* document = parsed(pool, xml);
+  require(document != nullptr);
+  const Names names = checkAnswer(*document, name);
+  require(std::adjacent_find(names.begin(), names.end()) == names.end() ||
+          asked.kind == PropertyRequest::Kind::All);
+  if (asked.kind != PropertyRequest::Kind::Some) return;
+  Names wanted;
+  for (const PropertyName& property : asked.wanted) {
+    wanted.emplace_back(property.nameSpace, property.name);
+  }
+  std::sort(wanted.begin(), wanted.end());
+  require(names == wanted);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
@@ -70,19 +122,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   apr_pool_t* pool = nullptr;
   require(apr_pool_create(&pool, nullptr) == APR_SUCCESS);
   const apr_xml_doc* document = parsed(pool, body);
-  if (const auto asked = document == nullptr ? std::nullopt : propertyRequest(document, pool)) {
-    const std::string xml = multistatus({{"/" + percentEncoded(name) + "/", name, 0}}, *asked);
-    require(isUTF8(xml));
-    const apr_xml_doc* answer = parsed(pool, xml);
-    require(answer != nullptr);
-    Names names = checkAnswer(*answer, name);
-    if (asked->wanted) {
-      Names wanted;
-      for (const auto& property : *asked->wanted)
-        wanted.emplace_back(property.nameSpace, property.name);
-      std::sort(wanted.begin(), wanted.end());
-      require(names == wanted);
-    }
+  if (document != nullptr) {
+    const std::vector<Property> properties = settable(document->root, *document, pool);
+    PropertyRequest all;
+    check(all, name, properties, pool);
+    if (const auto asked = propertyRequest(document, pool)) check(*asked, name, {}, pool);
   }
   apr_pool_destroy(pool);
   return 0;

@@ -1,34 +1,33 @@
 // The Apache module that serves shares: where "TesselShares on" stands in a <Location>, it
-// translates LOCATION/NAME/REST to the folder of the WebDAV share NAME, leaves reading and writing
-// to Apache and mod_dav, and answers for LOCATION/ itself with a list of the shares.
+// translates LOCATION/NAME/REST to the folder of the WebDAV share NAME, sends files and lists
+// folders, and gives mod_dav what it needs for the rest (provider/).
 //
 // A request is refused after its user has signed in, so that nobody else learns which shares exist:
 // the hooks that run before only note the status.
 #include <httpd.h>
 // httpd.h comes first: the others need its types.
 #include <apr_strings.h>
-#include <apr_xml.h>
 #include <http_config.h>
 #include <http_core.h>
 #include <http_log.h>
 #include <http_protocol.h>
 #include <http_request.h>
-#include <util_xml.h>
+#include <unixd.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "host/debian/mod_tessel/download.h"
 #include "host/debian/mod_tessel/identity_check.h"
 #include "host/debian/mod_tessel/identity_lock.h"
-#include "host/debian/mod_tessel/property_request.h"
-#include "host/debian/mod_tessel/resource_walk.h"
-#include "host/debian/mod_tessel/share_folders.h"
-#include "host/debian/mod_tessel/share_listing.h"
+#include "host/debian/mod_tessel/propfind.h"
+#include "host/debian/mod_tessel/provider/provider.h"
+#include "host/debian/mod_tessel/share_request.h"
 #include "host/debian/mod_tessel/share_url.h"
+#include "host/debian/mod_tessel/state_folder.h"
 
 extern "C" {
 // What Apache looks for in the file, and all that it shows.
@@ -40,22 +39,11 @@ namespace tessel {
 
 namespace {
 
-constexpr const char* kListHandler = "tessel-share-list";
-constexpr const char* kFileHandler = "default-handler";
+constexpr const char* kOwnHandler = "tessel";
 constexpr const char* kDavHandler = "dav-handler";
 
 struct Location {
   const char* prefix;  // "/webdav"; null where shares are not served
-};
-
-// What a request means.
-struct Resource {
-  ShareURL::Kind kind;
-  int status;          // OK, or what to answer with
-  const char* prefix;  // of the location
-  const char* name;    // of the share, null for the list
-  const char* folder;  // of the share, null when there is none
-  const char* rest;    // of the URL, below the share
 };
 
 template <typename T>
@@ -63,53 +51,19 @@ T* configOf(ap_conf_vector_t* vector) {
   return static_cast<T*>(ap_get_module_config(vector, &tessel_module));
 }
 
-ShareFolders& foldersOf(request_rec* request) {
-  return *configOf<ShareFolders>(request->server->module_config);
-}
-
-// What the request means of which this is a subrequest. For the entries of a folder mod_dav makes
-// one each, which need not find everything anew.
-const Resource* outerResource(request_rec* request) {
-  return request->main == nullptr ? nullptr : configOf<Resource>(request->main->request_config);
-}
-
 // Before authentication: which share is meant?
 int translateName(request_rec* request) {
   const char* prefix = configOf<Location>(request->per_dir_config)->prefix;
   if (prefix == nullptr) return DECLINED;
-  const auto url = shareURL(prefix, request->uri);
-  if (!url) return DECLINED;
-
-  apr_pool_t* pool = request->pool;
-  auto* resource = static_cast<Resource*>(apr_pcalloc(pool, sizeof(Resource)));
-  resource->prefix = prefix;
-  ap_set_module_config(request->request_config, &tessel_module, resource);
-  resource->kind = url->kind;
-  nameNothing(request);
-  if (url->kind == ShareURL::Kind::List) return OK;
-  const std::string name(url->name);
-  resource->name = apr_pstrmemdup(pool, name.data(), name.size());
-  resource->rest = apr_pstrmemdup(pool, url->rest.data(), url->rest.size());
-  const Resource* outer = outerResource(request);
-  if (outer != nullptr && outer->name != nullptr && outer->name == name) {
-    resource->folder = outer->folder;
-  } else if (const auto folder = foldersOf(request).folder(name)) {
-    resource->folder = apr_pstrmemdup(pool, folder->data(), folder->size());
-  }
-  if (resource->folder == nullptr) resource->status = HTTP_NOT_FOUND;
-  return OK;
+  auto* server = configOf<ServerData>(request->server->module_config);
+  return findShare(request, prefix, *server) ? OK : DECLINED;
 }
 
 // Before authentication, in place of Apache's walk through <Directory> sections.
 int mapToStorage(request_rec* request) {
-  auto* resource = configOf<Resource>(request->request_config);
-  if (resource == nullptr) return DECLINED;
-  if (resource->folder != nullptr) {
-    const Resource* outer = outerResource(request);
-    const bool isWalked = outer != nullptr && outer->folder != nullptr && outer->status == OK;
-    resource->status = walkToResource(request, resource->folder, resource->rest,
-                                      isWalked ? request->main : nullptr);
-  }
+  ShareRequest* share = shareRequestOf(request);
+  if (share == nullptr) return DECLINED;
+  findFile(request, *share);
   return OK;
 }
 
@@ -123,82 +77,31 @@ bool wouldTakeAway(request_rec* request) {
 
 // After authentication: who answers, if anybody?
 int decide(request_rec* request) {
-  const auto* resource = configOf<Resource>(request->request_config);
-  if (resource == nullptr) return DECLINED;
-  if (resource->status != OK) return resource->status;
-  if (resource->kind != ShareURL::Kind::InsideShare && wouldTakeAway(request)) {
+  const ShareRequest* share = shareRequestOf(request);
+  if (share == nullptr) return DECLINED;
+  if (share->status != OK) return share->status;
+  if (share->kind != ShareURL::Kind::InsideShare && wouldTakeAway(request)) {
     return HTTP_FORBIDDEN;
   }
   if (request->method_number == M_POST) return HTTP_METHOD_NOT_ALLOWED;
-  const bool isCollection =
-      resource->kind == ShareURL::Kind::List || request->finfo.filetype == APR_DIR;
+  const bool isList = share->kind == ShareURL::Kind::List;
+  const bool isCollection = isList || request->finfo.filetype == APR_DIR;
   const bool isGet = request->method_number == M_GET;
   if (isGet && isCollection && request->main == nullptr) return HTTP_FORBIDDEN;
-  if (resource->kind == ShareURL::Kind::List) {
-    request->handler = kListHandler;
-  } else if (isGet || request->handler == nullptr ||
-             std::strcmp(request->handler, kDavHandler) != 0) {
-    // Whatever handler a file's name or type would choose: it is data.
-    request->handler = kFileHandler;
-  }
+  // Whatever handler a file's name or type would choose: it is data.
+  const bool isOwn = isList || isGet || request->method_number == M_PROPFIND;
+  request->handler = isOwn ? kOwnHandler : kDavHandler;
   return OK;
 }
 
-// The collection of all shares and, if wanted, each of them. A share counts when its folder exists
-// and a URL can hold its name.
-std::vector<ListedCollection> collections(request_rec* request, const Resource& resource,
-                                          bool withShares) {
-  const std::string base = std::string(resource.prefix) + "/";
-  std::vector<ListedCollection> listed{{base, base.substr(base.rfind('/', base.size() - 2) + 1),
-                                        apr_time_sec(request->request_time)}};
-  listed.front().name.pop_back();
-  if (!withShares) return listed;
-  for (const std::string& name : foldersOf(request).names()) {
-    if (!hasURL(name)) continue;
-    const auto folder = foldersOf(request).folder(name);
-    apr_finfo_t found{};
-    if (!folder || apr_stat(&found, folder->c_str(), APR_FINFO_MIN, request->pool) != APR_SUCCESS ||
-        found.filetype != APR_DIR) {
-      continue;
-    }
-    listed.push_back({base + percentEncoded(name) + "/", name, apr_time_sec(found.mtime)});
-  }
-  return listed;
-}
-
-int answerPropfind(request_rec* request, const Resource& resource) {
-  const char* depth = apr_table_get(request->headers_in, "Depth");
-  if (depth == nullptr || ap_cstr_casecmp(depth, "infinity") == 0) {
-    // As mod_dav does below: the whole of all shares is no answer to a request.
-    ap_set_content_type(request, "text/xml; charset=\"utf-8\"");
-    request->status = HTTP_FORBIDDEN;
-    ap_rputs(
-        "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-        "<D:error xmlns:D=\"DAV:\"><D:propfind-finite-depth/></D:error>\n",
-        request);
-    return OK;
-  }
-  const bool withShares = std::strcmp(depth, "1") == 0;
-  if (!withShares && std::strcmp(depth, "0") != 0) return HTTP_BAD_REQUEST;
-  apr_xml_doc* document = nullptr;
-  if (const int status = ap_xml_parse_input(request, &document); status != OK) return status;
-  const auto asked = propertyRequest(document, request->pool);
-  if (!asked) return HTTP_BAD_REQUEST;
-  const std::string body = multistatus(collections(request, resource, withShares), *asked);
-  request->status = HTTP_MULTI_STATUS;
-  ap_set_content_type(request, "text/xml; charset=\"utf-8\"");
-  ap_set_content_length(request, static_cast<apr_off_t>(body.size()));
-  ap_rwrite(body.data(), static_cast<int>(body.size()), request);
-  return OK;
-}
-
-int answerForList(request_rec* request) {
-  if (request->handler == nullptr || std::strcmp(request->handler, kListHandler) != 0) {
+int answer(request_rec* request) {
+  if (request->handler == nullptr || std::strcmp(request->handler, kOwnHandler) != 0) {
     return DECLINED;
   }
-  if (request->method_number == M_PROPFIND) {
-    return answerPropfind(request, *configOf<Resource>(request->request_config));
-  }
+  ShareRequest* share = shareRequestOf(request);
+  if (share == nullptr) return DECLINED;
+  if (request->method_number == M_PROPFIND) return answerPropfind(request, *share);
+  if (share->kind != ShareURL::Kind::List) return answerDownload(request, *share);
   if (const int status = ap_discard_request_body(request); status != OK) return status;
   apr_table_setn(request->headers_out, "Allow", "OPTIONS,PROPFIND");
   if (request->method_number != M_OPTIONS) return HTTP_METHOD_NOT_ALLOWED;
@@ -211,7 +114,7 @@ int answerForList(request_rec* request) {
 
 // The boundary to Apache, which is C: no exception may cross it.
 template <int (*Hook)(request_rec*)>
-int guarded(request_rec* request) {
+int safely(request_rec* request) {
   try {
     return Hook(request);
   } catch (...) {
@@ -220,12 +123,33 @@ int guarded(request_rec* request) {
   }
 }
 
+apr_status_t closeState(void* state) {
+  delete static_cast<State*>(state);
+  return APR_SUCCESS;
+}
+
+// One for all threads of a child process, whichever servers they serve.
+void openState(apr_pool_t* pool, server_rec* main) {
+  State::Options options;
+  options.log = [main](const std::string& line) {
+    ap_log_error(APLOG_MARK, APLOG_ERR, 0, main, "%s", line.c_str());
+  };
+  auto* state = new State(std::move(options));
+  apr_pool_cleanup_register(pool, state, closeState, apr_pool_cleanup_null);
+  for (server_rec* server = main; server != nullptr; server = server->next) {
+    configOf<ServerData>(server->module_config)->state = state;
+  }
+}
+
 void registerHooks(apr_pool_t* pool) {
   registerIdentityLock(pool);
-  ap_hook_translate_name(guarded<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
-  ap_hook_map_to_storage(guarded<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
-  ap_hook_fixups(guarded<decide>, nullptr, nullptr, APR_HOOK_LAST);
-  ap_hook_handler(guarded<answerForList>, nullptr, nullptr, APR_HOOK_MIDDLE);
+  registerStateFolder();
+  registerProvider(pool);
+  ap_hook_child_init(openState, nullptr, nullptr, APR_HOOK_MIDDLE);
+  ap_hook_translate_name(safely<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
+  ap_hook_map_to_storage(safely<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
+  ap_hook_fixups(safely<decide>, nullptr, nullptr, APR_HOOK_LAST);
+  ap_hook_handler(safely<answer>, nullptr, nullptr, APR_HOOK_MIDDLE);
 }
 
 void* createLocation(apr_pool_t* pool, char* /*path*/) {
@@ -236,17 +160,17 @@ void* mergeLocations(apr_pool_t* /*pool*/, void* outer, void* inner) {
   return static_cast<Location*>(inner)->prefix != nullptr ? inner : outer;
 }
 
-apr_status_t deleteFolders(void* folders) {
-  delete static_cast<ShareFolders*>(folders);
+apr_status_t deleteServer(void* server) {
+  delete static_cast<ServerData*>(server);
   return APR_SUCCESS;
 }
 
 // Each child process of Apache knows folders of its own.
-void* createFolders(apr_pool_t* pool, server_rec* /*server*/) {
-  auto* folders = new (std::nothrow) ShareFolders;
-  if (folders == nullptr) std::abort();
-  apr_pool_cleanup_register(pool, folders, deleteFolders, apr_pool_cleanup_null);
-  return folders;
+void* createServer(apr_pool_t* pool, server_rec* /*server*/) {
+  auto* server = new (std::nothrow) ServerData;
+  if (server == nullptr) std::abort();
+  apr_pool_cleanup_register(pool, server, deleteServer, apr_pool_cleanup_null);
+  return server;
 }
 
 const char* setShares(cmd_parms* command, void* location, int on) {
@@ -283,7 +207,7 @@ extern "C" {
 module AP_MODULE_DECLARE_DATA tessel_module = {STANDARD20_MODULE_STUFF,
                                                tessel::createLocation,
                                                tessel::mergeLocations,
-                                               tessel::createFolders,
+                                               tessel::createServer,
                                                nullptr,
                                                tessel::kDirectives,
                                                tessel::registerHooks,

@@ -1,19 +1,41 @@
 #include "host/debian/mod_tessel/property_request.h"
 
 #include <cstring>
-#include <string>
-#include <vector>
+#include <set>
 
 namespace tessel {
 
 namespace {
 
+constexpr int kBadRequest = 400;
+constexpr int kTooLarge = 413;
+
 bool isDAV(const apr_xml_elem* element, const char* name) {
   return element->ns == APR_XML_NS_DAV_ID && std::strcmp(element->name, name) == 0;
 }
 
-// Whether the answer can repeat these names. The parser does not look at what follows a prefix, and
-// lets "a:1" and "a:b:c" through.
+Status readNames(const apr_xml_doc* document, const apr_xml_elem* list, apr_pool_t* pool,
+                 std::vector<PropertyName>& wanted) {
+  std::set<PropertyName> known;
+  size_t bytes = 0;
+  for (const apr_xml_elem* property = list->first_child; property != nullptr;
+       property = property->next) {
+    const bool hasNameSpace = property->ns != APR_XML_NS_NONE;
+    PropertyName name{hasNameSpace ? APR_XML_GET_URI_ITEM(document->namespaces, property->ns) : "",
+                      property->name};
+    if (!known.insert(name).second) continue;
+    bytes += name.name.size();
+    if (known.size() > kMostNames || bytes > kMostBytesOfNames) {
+      return Error{"more properties than one request may ask for", kTooLarge};
+    }
+    wanted.push_back(std::move(name));
+  }
+  if (!areWellFormed(wanted, pool)) return Error{"a name is ill-formed", kBadRequest};
+  return {};
+}
+
+}  // namespace
+
 bool areWellFormed(const std::vector<PropertyName>& names, apr_pool_t* pool) {
   std::string tags = "<names>";
   for (const PropertyName& property : names) {
@@ -29,31 +51,32 @@ bool areWellFormed(const std::vector<PropertyName>& names, apr_pool_t* pool) {
   return apr_xml_parser_done(parser, nullptr) == APR_SUCCESS && fed;
 }
 
-}  // namespace
-
-std::optional<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool) {
+Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool) {
   PropertyRequest asked;
   if (document == nullptr) return asked;
-  if (!isDAV(document->root, "propfind")) return std::nullopt;
+  if (!isDAV(document->root, "propfind")) return Error{"not a propfind element", kBadRequest};
+  const apr_xml_elem* names = nullptr;
+  bool isUnderstood = false;
   for (const apr_xml_elem* form = document->root->first_child; form != nullptr; form = form->next) {
-    if (isDAV(form, "allprop")) return asked;
+    if (isDAV(form, "include") && (!isUnderstood || asked.kind == PropertyRequest::Kind::All)) {
+      names = form;
+    }
+    if (isUnderstood) continue;
+    isUnderstood = true;
     if (isDAV(form, "propname")) {
-      asked.namesOnly = true;
-      return asked;
+      asked.kind = PropertyRequest::Kind::Names;
+    } else if (isDAV(form, "prop")) {
+      asked.kind = PropertyRequest::Kind::Some;
+      names = form;
+    } else {
+      isUnderstood = isDAV(form, "allprop");
     }
-    if (!isDAV(form, "prop")) continue;
-    auto& wanted = asked.wanted.emplace();
-    for (const apr_xml_elem* property = form->first_child; property != nullptr;
-         property = property->next) {
-      const bool hasNameSpace = property->ns != APR_XML_NS_NONE;
-      wanted.push_back(
-          {hasNameSpace ? APR_XML_GET_URI_ITEM(document->namespaces, property->ns) : "",
-           property->name});
-    }
-    if (!areWellFormed(wanted, pool)) return std::nullopt;
-    return asked;
   }
-  return std::nullopt;
+  if (!isUnderstood) return Error{"nothing that is understood is asked for", kBadRequest};
+  if (names != nullptr && asked.kind != PropertyRequest::Kind::Names) {
+    if (Status read = readNames(document, names, pool, asked.wanted); !read) return read.error();
+  }
+  return asked;
 }
 
 }  // namespace tessel

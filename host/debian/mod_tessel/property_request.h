@@ -3,14 +3,38 @@
 
 #include <apr_xml.h>
 
-#include <optional>
+#include <cstddef>
+#include <string>
+#include <vector>
 
-#include "host/debian/mod_tessel/share_listing.h"
+#include "platform/base/result.h"
 
 namespace tessel {
 
-// What the document asks for. No document asks for everything. None when it is no propfind element
-// with something in it that is understood, or when its namespaces are ill-formed.
-std::optional<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool);
+struct PropertyName {
+  std::string nameSpace;  // as it stands in an attribute of XML, which is how Apache hands it over
+  std::string name;
+  auto operator<=>(const PropertyName&) const = default;
+};
+
+// What a PROPFIND asks for.
+struct PropertyRequest {
+  enum class Kind { All, Names, Some } kind = Kind::All;
+  std::vector<PropertyName> wanted;  // each once; with All, those that are wanted besides
+};
+
+// Names in one request, and the bytes of all of them: an answer repeats those that a file lacks for
+// each file.
+inline constexpr std::size_t kMostNames = 1000;
+inline constexpr std::size_t kMostBytesOfNames = 64 * 1024;
+
+// What the document asks for. No document asks for everything. An Error has the status of HTTP to
+// answer with: 400 when it is no propfind element with something in it that is understood, or when
+// its names are ill-formed; 413 beyond the bounds.
+Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool);
+
+// Whether an answer can repeat these names. The parser does not look at what follows a prefix, and
+// lets "a:1" and "a:b:c" through.
+bool areWellFormed(const std::vector<PropertyName>& names, apr_pool_t* pool);
 
 }  // namespace tessel

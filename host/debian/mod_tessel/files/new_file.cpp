@@ -1,0 +1,183 @@
+#include "host/debian/mod_tessel/files/new_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <vector>
+
+#include "host/debian/mod_tessel/files/hidden.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr const char* kAccessList = "system.posix_acl_access";
+constexpr mode_t kPermissions = 0777;
+
+// Whether the disk, or the share of it that a user may have, is full. Other failures to keep an
+// attribute are those of file systems that have none, or of files that may not be read.
+bool isFull(int number) { return number == ENOSPC || number == EDQUOT; }
+
+// The value of an extended attribute, none when it has none or may not be read.
+Result<std::vector<char>> attribute(const std::string& path, const char* name) {
+  std::vector<char> value(256);
+  for (;;) {
+    const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size());
+    if (size >= 0) {
+      value.resize(static_cast<size_t>(size));
+      return value;
+    }
+    if (errno != ERANGE) return systemError(name, errno);
+    value.resize(value.size() * 4);
+  }
+}
+
+Status setAttribute(const std::string& path, const char* name, const std::vector<char>& value) {
+  if (::setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0) return {};
+  return isFull(errno) ? Status(systemError(name, errno)) : Status();
+}
+
+}  // namespace
+
+Status copyUserAttributes(const std::string& from, const std::string& to) {
+  const ssize_t size = ::listxattr(from.c_str(), nullptr, 0);
+  if (size <= 0) return {};
+  std::string names(static_cast<size_t>(size), '\0');
+  const ssize_t listed = ::listxattr(from.c_str(), names.data(), names.size());
+  if (listed <= 0) return {};
+  names.resize(static_cast<size_t>(listed));
+  for (size_t at = 0; at < names.size(); at += names.find('\0', at) - at + 1) {
+    const char* name = names.data() + at;
+    if (!std::string_view(name).starts_with("user.")) continue;
+    const auto value = attribute(from, name);
+    if (!value) continue;
+    if (Status set = setAttribute(to, name, *value); !set) return set;
+  }
+  return {};
+}
+
+Result<NewFile> NewFile::create(const FileDescriptor& folder, mode_t mode) {
+  NewFile made;
+  auto parent = duplicate(folder);
+  if (!parent) return parent.error();
+  made.folder_ = *std::move(parent);
+  made.file_ = FileDescriptor(::openat(folder.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
+  if (made.file_) return made;
+  // EISDIR comes from kernels, and EINVAL from file systems in user space, that do not know it.
+  if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+    return systemError("a file cannot be made", errno);
+  }
+  auto name = newHiddenName();
+  if (!name) return name.error();
+  made.file_ = FileDescriptor(::openat(folder.get(), name->c_str(),
+                                       O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, mode));
+  if (!made.file_) return systemError("a file cannot be made", errno);
+  made.hiddenName_ = *std::move(name);
+  (void)::flock(made.file_.get(), LOCK_EX | LOCK_NB);
+  return made;
+}
+
+NewFile::~NewFile() {
+  if (!hiddenName_.empty()) (void)::unlinkat(folder_.get(), hiddenName_.c_str(), 0);
+}
+
+Status NewFile::write(std::string_view bytes) { return writeAll(file_.get(), bytes); }
+
+Status NewFile::seek(off_t position) {
+  if (::lseek(file_.get(), position, SEEK_SET) >= 0) return {};
+  return systemError("cannot be written there", errno);
+}
+
+Status NewFile::copyFrom(const FileDescriptor& source) {
+  constexpr size_t kPiece = 1 << 24;
+  bool isCopiedByKernel = false;
+  for (;;) {
+    const ssize_t copied =
+        ::copy_file_range(source.get(), nullptr, file_.get(), nullptr, kPiece, 0);
+    if (copied > 0) isCopiedByKernel = true;
+    if (copied > 0 || (copied < 0 && errno == EINTR)) continue;
+    // Some file systems, and pairs of them, cannot, and some say so by copying nothing.
+    if (copied == 0 && isCopiedByKernel) return {};
+    if (copied < 0 && errno != EXDEV && errno != EINVAL && errno != EOPNOTSUPP && errno != ENOSYS &&
+        errno != EPERM && errno != EBADF) {
+      return systemError("cannot be copied", errno);
+    }
+    break;
+  }
+  std::vector<char> piece(1 << 17);
+  for (;;) {
+    const ssize_t size = ::read(source.get(), piece.data(), piece.size());
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) return systemError("cannot be read", errno);
+    if (size == 0) return {};
+    if (Status written = write({piece.data(), static_cast<size_t>(size)}); !written) return written;
+  }
+}
+
+Status NewFile::setModified(std::int64_t seconds) {
+  const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{seconds, 0}};
+  if (::futimens(file_.get(), times.data()) == 0) return {};
+  return systemError("the time cannot be set", errno);
+}
+
+Status NewFile::takeAttributesOf(const FileDescriptor& item, const FileStatus& status) {
+  const std::string from = descriptorPath(item.get());
+  const std::string to = descriptorPath(file_.get());
+  const auto own = statusOf(file_.get());
+  if (!own) return own.error();
+  if (own->group != status.group) {
+    // The kernel lets this process give away a file to groups that it is in.
+    [[maybe_unused]] const int given = ::fchown(file_.get(), static_cast<uid_t>(-1), status.group);
+  }
+  if (const auto list = attribute(from, kAccessList)) {
+    if (Status set = setAttribute(to, kAccessList, *list); !set) return set;
+  } else {
+    (void)::fremovexattr(file_.get(), kAccessList);
+  }
+  // What runs with its owner's rights must not, with another content and owner.
+  if (::fchmod(file_.get(), status.mode & kPermissions) != 0) {
+    return systemError("the mode cannot be set", errno);
+  }
+  return copyUserAttributes(from, to);
+}
+
+Status NewFile::giveHiddenName() {
+  auto name = newHiddenName();
+  if (!name) return name.error();
+  if (::linkat(AT_FDCWD, descriptorPath(file_.get()).c_str(), folder_.get(), name->c_str(),
+               AT_SYMLINK_FOLLOW) != 0) {
+    return systemError("cannot be put in place", errno);
+  }
+  hiddenName_ = *std::move(name);
+  return {};
+}
+
+Status NewFile::publish(const std::string& name, bool replaces) {
+  if (!replaces && hiddenName_.empty()) {
+    if (::linkat(AT_FDCWD, descriptorPath(file_.get()).c_str(), folder_.get(), name.c_str(),
+                 AT_SYMLINK_FOLLOW) != 0) {
+      return systemError("cannot be put in place", errno);
+    }
+    return {};
+  }
+  // A link cannot replace; a rename can.
+  if (hiddenName_.empty()) {
+    if (Status named = giveHiddenName(); !named) return named;
+  }
+  int result = ::renameat2(folder_.get(), hiddenName_.c_str(), folder_.get(), name.c_str(),
+                           replaces ? 0 : RENAME_NOREPLACE);
+  if (result != 0 && !replaces && errno == EINVAL) {
+    result = ::linkat(folder_.get(), hiddenName_.c_str(), folder_.get(), name.c_str(), 0);
+    if (result == 0) return {};  // the hidden name goes at the end
+  }
+  if (result != 0) return systemError("cannot be put in place", errno);
+  hiddenName_.clear();
+  return {};
+}
+
+}  // namespace tessel

@@ -1,0 +1,44 @@
+#include "host/debian/mod_tessel/files/status.h"
+
+#include <fcntl.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+
+namespace tessel {
+
+namespace {
+
+std::int64_t nanoseconds(const statx_timestamp& time) {
+  constexpr std::int64_t kPerSecond = 1'000'000'000;
+  return time.tv_sec * kPerSecond + time.tv_nsec;
+}
+
+Result<FileStatus> statusAt(int folder, const char* name, int flags) {
+  struct statx found {};
+  constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
+  if (::statx(folder, name, flags | AT_NO_AUTOMOUNT, kWanted, &found) != 0) {
+    return systemError("cannot be looked at", errno);
+  }
+  FileStatus status;
+  status.identity.device = ::makedev(found.stx_dev_major, found.stx_dev_minor);
+  status.identity.inode = found.stx_ino;
+  status.identity.birth = (found.stx_mask & STATX_BTIME) != 0 ? nanoseconds(found.stx_btime) : 0;
+  status.mode = found.stx_mode;
+  status.owner = found.stx_uid;
+  status.group = found.stx_gid;
+  status.size = static_cast<off_t>(found.stx_size);
+  status.modified = nanoseconds(found.stx_mtime);
+  status.changed = nanoseconds(found.stx_ctime);
+  return status;
+}
+
+}  // namespace
+
+Result<FileStatus> statusOf(int descriptor) { return statusAt(descriptor, "", AT_EMPTY_PATH); }
+
+Result<FileStatus> statusIn(int folder, const char* name) {
+  return statusAt(folder, name, AT_SYMLINK_NOFOLLOW);
+}
+
+}  // namespace tessel

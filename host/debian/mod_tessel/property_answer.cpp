@@ -1,0 +1,400 @@
+#include "host/debian/mod_tessel/property_answer.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <tuple>
+
+#include "host/debian/mod_tessel/etag.h"
+#include "platform/base/text.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::string_view kDAV = "DAV:";
+
+struct Known {
+  LiveProperty property;
+  std::string_view nameSpace;
+  std::string_view tag;
+  bool isAmongAll;
+
+  std::string_view name() const { return tag.substr(tag.find(':') + 1); }
+};
+
+constexpr std::array kKnown{
+    Known{LiveProperty::ResourceType, kDAV, "D:resourcetype", true},
+    Known{LiveProperty::CreationDate, kDAV, "D:creationdate", true},
+    Known{LiveProperty::ContentLength, kDAV, "D:getcontentlength", true},
+    Known{LiveProperty::LastModified, kDAV, "D:getlastmodified", true},
+    Known{LiveProperty::ETag, kDAV, "D:getetag", true},
+    Known{LiveProperty::Executable, kApacheProperties, "A:executable", true},
+    Known{LiveProperty::SupportedLock, kDAV, "D:supportedlock", true},
+    Known{LiveProperty::LockDiscovery, kDAV, "D:lockdiscovery", true},
+    Known{LiveProperty::ContentType, kDAV, "D:getcontenttype", true},
+    Known{LiveProperty::DisplayName, kDAV, "D:displayname", true},
+    Known{LiveProperty::QuotaAvailable, kDAV, "D:quota-available-bytes", false},
+    Known{LiveProperty::QuotaUsed, kDAV, "D:quota-used-bytes", false},
+    Known{LiveProperty::Win32LastModified, kMicrosoftProperties, "M:Win32LastModifiedTime", false},
+};
+
+constexpr std::string_view kSupportedLock =
+    "<D:lockentry><D:lockscope><D:exclusive/></D:lockscope>"
+    "<D:locktype><D:write/></D:locktype></D:lockentry>"
+    "<D:lockentry><D:lockscope><D:shared/></D:lockscope>"
+    "<D:locktype><D:write/></D:locktype></D:lockentry>";
+
+constexpr std::string_view kFound = "<D:propstat><D:prop>";
+constexpr std::string_view kFoundEnd = "</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat>";
+constexpr std::string_view kMissingEnd =
+    "</D:prop><D:status>HTTP/1.1 404 Not Found</D:status></D:propstat>";
+
+void appendEscaped(std::string& text, std::string_view bytes) {
+  for (const char c : bytes) {
+    switch (c) {
+      case '&':
+        text += "&amp;";
+        break;
+      case '<':
+        text += "&lt;";
+        break;
+      case '>':
+        text += "&gt;";
+        break;
+      case '"':
+        text += "&quot;";
+        break;
+      case '\r':
+        text += "&#13;";
+        break;
+      default:
+        text += c;
+    }
+  }
+}
+
+template <typename Number>
+void appendNumber(std::string& text, Number number) {
+  std::array<char, 24> digits{};
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+  text.append(digits.data(), end);
+}
+
+void appendTwoDigits(std::string& text, int number) {
+  text += static_cast<char>('0' + number / 10 % 10);
+  text += static_cast<char>('0' + number % 10);
+}
+
+void appendYear(std::string& text, int year) {
+  if (year < 0 || year > 9999) {
+    appendNumber(text, year);
+    return;
+  }
+  appendTwoDigits(text, year / 100);
+  appendTwoDigits(text, year % 100);
+}
+
+void appendClock(std::string& text, const std::tm& utc) {
+  appendTwoDigits(text, utc.tm_hour);
+  text += ':';
+  appendTwoDigits(text, utc.tm_min);
+  text += ':';
+  appendTwoDigits(text, utc.tm_sec);
+}
+
+std::tm utcOf(std::int64_t nanoseconds) {
+  constexpr std::int64_t kPerSecond = 1'000'000'000;
+  const std::time_t seconds = nanoseconds / kPerSecond - (nanoseconds % kPerSecond < 0 ? 1 : 0);
+  std::tm utc{};
+  (void)::gmtime_r(&seconds, &utc);
+  return utc;
+}
+
+// RFC 9110, section 5.6.7; independent of the locale.
+void appendHTTPDate(std::string& text, std::int64_t nanoseconds) {
+  constexpr std::array kDays{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  constexpr std::array kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const std::tm utc = utcOf(nanoseconds);
+  text += kDays.at(static_cast<size_t>(utc.tm_wday));
+  text += ", ";
+  appendTwoDigits(text, utc.tm_mday);
+  text += ' ';
+  text += kMonths.at(static_cast<size_t>(utc.tm_mon));
+  text += ' ';
+  appendYear(text, utc.tm_year + 1900);
+  text += ' ';
+  appendClock(text, utc);
+  text += " GMT";
+}
+
+// RFC 3339.
+void appendISODate(std::string& text, std::int64_t nanoseconds) {
+  const std::tm utc = utcOf(nanoseconds);
+  appendYear(text, utc.tm_year + 1900);
+  text += '-';
+  appendTwoDigits(text, utc.tm_mon + 1);
+  text += '-';
+  appendTwoDigits(text, utc.tm_mday);
+  text += 'T';
+  appendClock(text, utc);
+  text += 'Z';
+}
+
+void appendLock(std::string& text, const Lock& lock, std::time_t now) {
+  text += "<D:activelock><D:locktype><D:write/></D:locktype><D:lockscope><D:";
+  text += lock.isExclusive ? "exclusive" : "shared";
+  text += "/></D:lockscope><D:depth>";
+  text += lock.isInfinite ? "infinity" : "0";
+  text += "</D:depth>";
+  text += lock.owner;
+  text += "<D:timeout>Second-";
+  appendNumber(text, std::max<std::time_t>(lock.expires - now, 0));
+  text += "</D:timeout><D:locktoken><D:href>urn:uuid:";
+  text += lock.token;
+  text += "</D:href></D:locktoken></D:activelock>";
+}
+
+void appendElement(std::string& text, std::string_view tag, bool isOpening) {
+  text += isOpening ? "<" : "</";
+  text += tag;
+  text += '>';
+}
+
+void appendEmptyElement(std::string& text, std::string_view tag) {
+  text += '<';
+  text += tag;
+  text += "/>";
+}
+
+const Known* knownBy(const PropertyName& name) {
+  const auto known = std::find_if(kKnown.begin(), kKnown.end(), [&name](const Known& candidate) {
+    return candidate.nameSpace == name.nameSpace && candidate.name() == name.name;
+  });
+  return known == kKnown.end() ? nullptr : known;
+}
+
+bool hasValue(LiveProperty property, const ListedItem& item) {
+  switch (property) {
+    case LiveProperty::ResourceType:
+      return true;
+    case LiveProperty::CreationDate:
+    case LiveProperty::ETag:
+      return item.isFile && !item.isVirtual;
+    case LiveProperty::LastModified:
+    case LiveProperty::Win32LastModified:
+      return item.isFile;
+    case LiveProperty::ContentLength:
+    case LiveProperty::Executable:
+      return item.isFile && !item.isCollection;
+    case LiveProperty::SupportedLock:
+    case LiveProperty::LockDiscovery:
+      return !item.isVirtual;
+    case LiveProperty::ContentType:
+      return !item.contentType.empty();
+    case LiveProperty::DisplayName:
+      return item.displayName && isXMLText(*item.displayName);
+    case LiveProperty::QuotaAvailable:
+    case LiveProperty::QuotaUsed:
+      return item.space.has_value();
+  }
+  return false;
+}
+
+}  // namespace
+
+std::string percentEncoded(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  constexpr std::string_view kUnreserved = "-._~";
+  std::string encoded;
+  encoded.reserve(bytes.size());
+  for (const char c : bytes) {
+    const bool isAlphanumeric =
+        (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+    if (isAlphanumeric || kUnreserved.find(c) != std::string_view::npos) {
+      encoded += c;
+    } else {
+      const unsigned byte = static_cast<unsigned char>(c);
+      encoded += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+    }
+  }
+  return encoded;
+}
+
+bool appendValue(std::string& text, LiveProperty property, const ListedItem& item,
+                 std::time_t now) {
+  if (!hasValue(property, item)) return false;
+  const FileStatus& status = item.status;
+  switch (property) {
+    case LiveProperty::ResourceType:
+      if (item.isCollection) text += "<D:collection/>";
+      break;
+    case LiveProperty::CreationDate:
+      appendISODate(text, status.identity.birth != 0 ? status.identity.birth : status.changed);
+      break;
+    case LiveProperty::ContentLength:
+      appendNumber(text, status.size);
+      break;
+    case LiveProperty::LastModified:
+    case LiveProperty::Win32LastModified:
+      appendHTTPDate(text, status.modified);
+      break;
+    case LiveProperty::ETag:
+      appendETag(text, status);
+      break;
+    case LiveProperty::Executable:
+      text += (status.mode & S_IXUSR) != 0 ? 'T' : 'F';
+      break;
+    case LiveProperty::SupportedLock:
+      text += kSupportedLock;
+      break;
+    case LiveProperty::LockDiscovery:
+      for (const Lock* lock : item.locks) appendLock(text, *lock, now);
+      break;
+    case LiveProperty::ContentType:
+      appendEscaped(text, item.contentType);
+      break;
+    case LiveProperty::DisplayName:
+      appendEscaped(text, *item.displayName);
+      break;
+    case LiveProperty::QuotaAvailable:
+      appendNumber(text, item.space->available);
+      break;
+    case LiveProperty::QuotaUsed:
+      appendNumber(text, item.space->used);
+      break;
+  }
+  return true;
+}
+
+PropertyAnswer::PropertyAnswer(const PropertyRequest& request, std::time_t now)
+    : kind_(request.kind), now_(now), needsProperties_(kind_ != PropertyRequest::Kind::Some) {
+  for (const PropertyName& name : request.wanted) {
+    Wanted wanted{name, std::nullopt, {}};
+    if (const Known* known = knownBy(name)) {
+      if (kind_ == PropertyRequest::Kind::All && known->isAmongAll) continue;
+      wanted.live = known->property;
+      wanted.tag = known->tag;
+    } else if (name.nameSpace == kDAV) {
+      wanted.tag = "D:" + name.name;
+    } else if (name.nameSpace.empty()) {
+      wanted.tag = name.name;
+    } else {
+      auto declared = std::find(nameSpaces_.begin(), nameSpaces_.end(), name.nameSpace);
+      if (declared == nameSpaces_.end()) {
+        declared = nameSpaces_.insert(nameSpaces_.end(), name.nameSpace);
+      }
+      wanted.tag = "n" + std::to_string(declared - nameSpaces_.begin()) + ":" + name.name;
+    }
+    needsProperties_ =
+        needsProperties_ || !wanted.live || *wanted.live == LiveProperty::DisplayName;
+    wanted_.push_back(std::move(wanted));
+  }
+}
+
+bool PropertyAnswer::needs(LiveProperty property) const {
+  const auto* known =
+      std::find_if(kKnown.begin(), kKnown.end(),
+                   [property](const Known& candidate) { return candidate.property == property; });
+  if (kind_ != PropertyRequest::Kind::Some && known->isAmongAll) return true;
+  return std::any_of(wanted_.begin(), wanted_.end(),
+                     [property](const Wanted& wanted) { return wanted.live == property; });
+}
+
+void PropertyAnswer::appendStart(std::string& text) const {
+  text += "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\" xmlns:A=\"";
+  text += kApacheProperties;
+  text += "\" xmlns:M=\"";
+  text += kMicrosoftProperties;
+  for (size_t i = 0; i < nameSpaces_.size(); ++i) {
+    text += "\" xmlns:n";
+    appendNumber(text, i);
+    text += "=\"";
+    text += nameSpaces_[i];
+  }
+  text += "\">\n";
+}
+
+void PropertyAnswer::appendEnd(std::string& text) { text += "</D:multistatus>\n"; }
+
+void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {
+  const bool isNameOnly = kind_ == PropertyRequest::Kind::Names;
+  for (const Property& property : item.properties) {
+    if (!isNameOnly) {
+      text += property.value;
+    } else if (property.space.empty()) {
+      appendEmptyElement(text, property.name);
+    } else {
+      text += "<p:" + property.name + " xmlns:p=\"" + property.space + "\"/>";
+    }
+  }
+  for (const Known& known : kKnown) {
+    if (!known.isAmongAll) continue;
+    if (isNameOnly) {
+      if (hasValue(known.property, item)) appendEmptyElement(text, known.tag);
+      continue;
+    }
+    const size_t before = text.size();
+    appendElement(text, known.tag, true);
+    if (appendValue(text, known.property, item, now_)) {
+      appendElement(text, known.tag, false);
+    } else {
+      text.resize(before);
+    }
+  }
+}
+
+void PropertyAnswer::appendWanted(const Wanted& wanted, const ListedItem& item, std::string& text) {
+  if (wanted.live) {
+    const size_t before = text.size();
+    appendElement(text, wanted.tag, true);
+    if (appendValue(text, *wanted.live, item, now_)) {
+      appendElement(text, wanted.tag, false);
+      return;
+    }
+    text.resize(before);
+  }
+  const auto key = std::tie(wanted.name.name, wanted.name.nameSpace);
+  const auto set = std::lower_bound(index_.begin(), index_.end(), key,
+                                    [](const Property* property, const auto& sought) {
+                                      return std::tie(property->name, property->space) < sought;
+                                    });
+  if (set != index_.end() && std::tie((*set)->name, (*set)->space) == key) {
+    text += (*set)->value;
+  } else {
+    appendEmptyElement(missing_, wanted.tag);
+  }
+}
+
+void PropertyAnswer::appendResponse(std::string& text, const ListedItem& item) {
+  text += "<D:response><D:href>";
+  text += item.href;
+  text += "</D:href>";
+  text += kFound;
+  const size_t start = text.size();
+  missing_.clear();
+  index_.clear();
+  if (!wanted_.empty()) {
+    for (const Property& property : item.properties) index_.push_back(&property);
+    std::sort(index_.begin(), index_.end(), [](const Property* one, const Property* other) {
+      return std::tie(one->name, one->space) < std::tie(other->name, other->space);
+    });
+  }
+  if (kind_ != PropertyRequest::Kind::Some) appendAll(text, item);
+  for (const Wanted& wanted : wanted_) appendWanted(wanted, item, text);
+  // A response has at least one list of properties, if an empty one.
+  if (text.size() == start && !missing_.empty()) {
+    text.resize(start - kFound.size());
+  } else {
+    text += kFoundEnd;
+  }
+  if (!missing_.empty()) {
+    text += kFound;
+    text += missing_;
+    text += kMissingEnd;
+  }
+  text += "</D:response>\n";
+}
+
+}  // namespace tessel

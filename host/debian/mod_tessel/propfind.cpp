@@ -1,0 +1,391 @@
+#include "host/debian/mod_tessel/propfind.h"
+
+#include <apr_buckets.h>
+#include <apr_strings.h>
+#include <fcntl.h>
+#include <http_config.h>
+#include <http_log.h>
+#include <http_protocol.h>
+#include <sys/statvfs.h>
+#include <util_filter.h>
+#include <util_xml.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <unordered_map>
+
+#include "host/debian/mod_tessel/content_type.h"
+#include "host/debian/mod_tessel/files/folder_reader.h"
+#include "host/debian/mod_tessel/files/hidden.h"
+#include "host/debian/mod_tessel/property_answer.h"
+#include "host/debian/mod_tessel/property_request.h"
+
+extern "C" {
+extern module AP_MODULE_DECLARE_DATA tessel_module;
+}
+APLOG_USE_MODULE(tessel);
+
+namespace tessel {
+
+namespace {
+
+constexpr const char* kXMLType = "text/xml; charset=\"utf-8\"";
+
+// What has been made of the answer. It goes out in pieces; one that fits into a piece goes out with
+// its length.
+class Output {
+ public:
+  explicit Output(request_rec* request) : request_(request) { text_.reserve(kPiece + kPiece / 4); }
+
+  std::string& text() { return text_; }
+  // False when the client has gone.
+  bool sendIfFull() { return text_.size() < kPiece || send(false); }
+  bool sendRest() { return send(true); }
+
+ private:
+  static constexpr size_t kPiece = 1 << 16;
+
+  bool send(bool isLast) {
+    conn_rec* connection = request_->connection;
+    if (brigade_ == nullptr) {
+      brigade_ = apr_brigade_create(request_->pool, connection->bucket_alloc);
+    }
+    APR_BRIGADE_INSERT_TAIL(brigade_, apr_bucket_transient_create(text_.data(), text_.size(),
+                                                                  connection->bucket_alloc));
+    if (isLast) APR_BRIGADE_INSERT_TAIL(brigade_, apr_bucket_eos_create(connection->bucket_alloc));
+    const bool isSent = ap_pass_brigade(request_->output_filters, brigade_) == APR_SUCCESS &&
+                        connection->aborted == 0;
+    apr_brigade_cleanup(brigade_);
+    text_.clear();
+    return isSent;
+  }
+
+  request_rec* request_;
+  apr_bucket_brigade* brigade_ = nullptr;
+  std::string text_;
+};
+
+std::optional<Space> spaceOf(const FileDescriptor& folder) {
+  struct statvfs found {};
+  if (::fstatvfs(folder.get(), &found) != 0) return std::nullopt;
+  return Space{found.f_bavail * found.f_frsize, (found.f_blocks - found.f_bfree) * found.f_frsize};
+}
+
+// 0, 1, or the status to answer with.
+int depthOf(const request_rec* request) {
+  const char* depth = apr_table_get(request->headers_in, "Depth");
+  if (depth == nullptr || ap_cstr_casecmp(depth, "infinity") == 0) return HTTP_FORBIDDEN;
+  if (std::strcmp(depth, "0") == 0) return 0;
+  return std::strcmp(depth, "1") == 0 ? 1 : HTTP_BAD_REQUEST;
+}
+
+int refuseInfinity(request_rec* request) {
+  ap_set_content_type(request, kXMLType);
+  request->status = HTTP_FORBIDDEN;
+  ap_rputs(
+      "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+      "<D:error xmlns:D=\"DAV:\"><D:propfind-finite-depth/></D:error>\n",
+      request);
+  return OK;
+}
+
+int refuseState(request_rec* request, const Error& error) {
+  ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "%s", error.description.c_str());
+  if (kindOf(error) != StateError::Busy) return HTTP_INTERNAL_SERVER_ERROR;
+  apr_table_setn(request->err_headers_out, "Retry-After", "5");
+  return HTTP_SERVICE_UNAVAILABLE;
+}
+
+using LocksByName = std::unordered_map<std::string, std::vector<const Lock*>>;
+
+class FolderListing {
+ public:
+  FolderListing(request_rec* request, ShareRequest& share, PropertyAnswer& answer)
+      : request_(request),
+        share_(share),
+        answer_(answer),
+        output_(request),
+        types_(request),
+        top_(share.found.target),
+        base_("") {}
+
+  int run(bool withEntries) {
+    if (const int status = readState(withEntries && top_.status.isFolder()); status != OK) {
+      return status;
+    }
+    const bool isFolder = top_.status.isFolder();
+    // A name on which there is a lock and nothing else is answered for as well.
+    if (!top_.exists() && !isLockedName()) return HTTP_NOT_FOUND;
+    request_->status = HTTP_MULTI_STATUS;
+    ap_set_content_type(request_, kXMLType);
+    answer_.appendStart(output_.text());
+    setBase(isFolder);
+    appendTop();
+    if (withEntries && isFolder && !appendEntries()) return OK;
+    PropertyAnswer::appendEnd(output_.text());
+    (void)output_.sendRest();
+    return OK;
+  }
+
+ private:
+  State& state() const { return *share_.server->state; }
+
+  bool isLockedName() const {
+    for (const Lock& lock : covering_) {
+      if (lock.path == file_.path) return true;
+    }
+    return false;
+  }
+
+  int readState(bool withEntries) {
+    const bool needsLocks = answer_.needsLocks() || !top_.exists();
+    const bool needsState = answer_.needsProperties() || needsLocks || withEntries;
+    if (!needsState) return OK;
+    findPath();
+    if (file_.path.empty()) return OK;
+    if (answer_.needsProperties() && top_.exists()) {
+      auto properties = state().properties(file_);
+      if (!properties) return refuseState(request_, properties.error());
+      properties_ = *std::move(properties);
+    }
+    if (needsLocks) {
+      auto locks = state().locks(file_);
+      if (!locks) return refuseState(request_, locks.error());
+      covering_ = *std::move(locks);
+    }
+    if (!withEntries) return OK;
+    if (answer_.needsProperties()) {
+      auto inside = state().propertiesIn(file_.path);
+      if (!inside) return refuseState(request_, inside.error());
+      if (!inside->isEmpty()) inside_.emplace(*std::move(inside));
+    }
+    auto locks = state().locksIn(file_.path);
+    if (!locks) return refuseState(request_, locks.error());
+    entryLocks_ = *std::move(locks);
+    for (const Lock& lock : entryLocks_) {
+      locksByName_[lock.path.substr(lock.path.rfind('/') + 1)].push_back(&lock);
+    }
+    return OK;
+  }
+
+  void findPath() {
+    file_.identity = top_.status.identity;
+    if (top_.hasFolder()) {
+      if (const auto folder = pathOf(top_.folder.get())) {
+        file_.path = pathInside(*folder, top_.name);
+      }
+    } else if (top_.exists()) {
+      if (auto path = pathOf(top_.item.get())) file_.path = *std::move(path);
+    }
+    if (share_.found.wasLed) {
+      if (const auto top = pathOf(share_.folder.get())) {
+        file_.linkedPath = *top + share_.rest;
+        while (file_.linkedPath.ends_with('/')) file_.linkedPath.pop_back();
+      }
+    }
+  }
+
+  // The URL that was asked for, in the form that this module gives URLs.
+  void setBase(bool isFolder) {
+    std::string_view path = share_.rest;
+    while (path.ends_with('/')) path.remove_suffix(1);
+    base_ = share_.prefix + "/" + percentEncoded(share_.name);
+    while (!path.empty()) {
+      path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+      const std::string_view name = path.substr(0, path.find('/'));
+      base_ += "/" + percentEncoded(name);
+      path.remove_prefix(name.size());
+    }
+    if (isFolder) base_ += '/';
+  }
+
+  void appendTop() {
+    ListedItem item;
+    item.href = base_;
+    item.isFile = top_.exists();
+    item.isCollection = top_.status.isFolder();
+    item.status = top_.status;
+    item.properties = properties_;
+    if (item.isCollection && answer_.needsSpace()) item.space = spaceOf(top_.item);
+    space_ = item.space;
+    setType(item, top_.name);
+    locks_.clear();
+    for (const Lock& lock : covering_) locks_.push_back(&lock);
+    item.locks = locks_;
+    answer_.appendResponse(output_.text(), item);
+  }
+
+  void setType(ListedItem& item, std::string_view name) {
+    if (!answer_.needsContentType() || !item.isFile) return;
+    item.contentType = item.isCollection ? kFolderType : types_.ofFile(name);
+  }
+
+  // False when there is no more to send, because the client has gone.
+  bool appendEntries() {
+    auto reader = FolderReader::open(top_.item);
+    if (!reader) {
+      // As for a folder in a tree that may not be read, there is nothing to see in it.
+      ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request_, "%s", reader.error().description.c_str());
+      return true;
+    }
+    folder_ = reader->descriptor();
+    for (;;) {
+      const auto entry = reader->next();
+      if (!entry || !*entry) break;
+      appendEntry(**entry);
+      if (!output_.sendIfFull()) return false;
+    }
+    for (const Lock& lock : entryLocks_) {
+      if (!lock.isOnName) continue;
+      const std::string name = lock.path.substr(lock.path.rfind('/') + 1);
+      if (statusIn(folder_, name.c_str())) continue;
+      ListedItem item;
+      item.isFile = false;
+      appendItem(item, name);
+    }
+    for (const std::string& name : leftovers_) removeLeftover(top_.item, name);
+    return true;
+  }
+
+  void appendEntry(const FolderReader::Entry& entry) {
+    const bool mayBeListed = entry.type == DT_REG || entry.type == DT_DIR || entry.type == DT_LNK ||
+                             entry.type == DT_UNKNOWN;
+    if (!mayBeListed) return;
+    if (entry.name[0] == '.' && isPrivateName(entry.name)) {
+      constexpr size_t kMostLeftovers = 16;
+      if (isHiddenName(entry.name) && leftovers_.size() < kMostLeftovers) {
+        leftovers_.emplace_back(entry.name);
+      }
+      return;
+    }
+    auto status = statusIn(folder_, entry.name);
+    if (!status) return;
+    if (status->isLink()) {
+      const auto led = findBelow(top_.item, entry.name);
+      if (!led || !led->target.exists()) return;
+      status = led->target.status;
+    }
+    if (!status->isFile() && !status->isFolder()) return;
+    ListedItem item;
+    item.status = *status;
+    item.isCollection = status->isFolder();
+    appendItem(item, entry.name);
+  }
+
+  void appendItem(ListedItem& item, const char* name) {
+    href_ = base_;
+    href_ += percentEncoded(name);
+    if (item.isCollection) href_ += '/';
+    item.href = href_;
+    setType(item, name);
+    if (item.isCollection && space_ && item.status.identity.device == top_.status.identity.device) {
+      item.space = space_;
+    }
+    std::vector<Property> properties;
+    if (inside_ && item.isFile) {
+      if (auto known = inside_->of(name, item.status.identity)) properties = *std::move(known);
+    }
+    item.properties = properties;
+    locks_.clear();
+    if (answer_.needsLocks()) {
+      for (const Lock& lock : covering_) {
+        if (lock.isInfinite) locks_.push_back(&lock);
+      }
+      if (!locksByName_.empty()) {
+        if (const auto own = locksByName_.find(name); own != locksByName_.end()) {
+          locks_.insert(locks_.end(), own->second.begin(), own->second.end());
+        }
+      }
+    }
+    item.locks = locks_;
+    answer_.appendResponse(output_.text(), item);
+  }
+
+  void appendItem(ListedItem& item, const std::string& name) { appendItem(item, name.c_str()); }
+
+  request_rec* request_;
+  ShareRequest& share_;
+  PropertyAnswer& answer_;
+  Output output_;
+  ContentTypes types_;
+  const Place& top_;
+  std::string base_;
+  int folder_ = -1;
+
+  File file_;
+  std::vector<Property> properties_;
+  std::vector<Lock> covering_;
+  std::vector<Lock> entryLocks_;
+  LocksByName locksByName_;
+  std::optional<FolderProperties> inside_;
+  std::optional<Space> space_;
+  std::vector<std::string> leftovers_;
+  // Of the entry at hand.
+  std::string href_;
+  std::vector<const Lock*> locks_;
+};
+
+// The collection of all shares and, if wanted, each of them. A share counts when its folder exists
+// and a URL can hold its name.
+int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer, bool withShares) {
+  constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
+  Output output(request);
+  request->status = HTTP_MULTI_STATUS;
+  ap_set_content_type(request, kXMLType);
+  answer.appendStart(output.text());
+  const std::string base = share.prefix + "/";
+  ListedItem list;
+  list.href = base;
+  list.isCollection = list.isVirtual = true;
+  list.status.mode = S_IFDIR;
+  list.status.modified = request->request_time * kNanoseconds;
+  list.displayName = std::string_view(share.prefix).substr(share.prefix.rfind('/') + 1);
+  if (answer.needsContentType()) list.contentType = kFolderType;
+  answer.appendResponse(output.text(), list);
+  ShareFolders& folders = share.server->folders;
+  for (const std::string& name : withShares ? folders.names() : std::vector<std::string>()) {
+    const auto path = hasURL(name) ? folders.folder(name) : std::nullopt;
+    if (!path) continue;
+    const auto folder = openSharedFolder(*path);
+    if (!folder) continue;
+    const auto status = statusOf(folder->get());
+    if (!status || !status->isFolder()) continue;
+    const std::string href = base + percentEncoded(name) + "/";
+    ListedItem item;
+    item.href = href;
+    item.isCollection = true;
+    item.status = *status;
+    item.displayName = name;
+    if (answer.needsContentType()) item.contentType = kFolderType;
+    if (answer.needsSpace()) item.space = spaceOf(*folder);
+    answer.appendResponse(output.text(), item);
+    if (!output.sendIfFull()) return OK;
+  }
+  PropertyAnswer::appendEnd(output.text());
+  (void)output.sendRest();
+  return OK;
+}
+
+}  // namespace
+
+int answerPropfind(request_rec* request, ShareRequest& share) {
+  const int depth = depthOf(request);
+  if (depth == HTTP_BAD_REQUEST) return depth;
+  const bool isFile = share.kind != ShareURL::Kind::List && !share.found.target.status.isFolder();
+  if (depth == HTTP_FORBIDDEN && !isFile) return refuseInfinity(request);
+  apr_xml_doc* document = nullptr;
+  if (const int status = ap_xml_parse_input(request, &document); status != OK) return status;
+  const auto asked = propertyRequest(document, request->pool);
+  if (!asked) {
+    ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request, "PROPFIND: %s",
+                  asked.error().description.c_str());
+    return asked.error().code;
+  }
+  PropertyAnswer answer(*asked, apr_time_sec(request->request_time));
+  if (share.kind == ShareURL::Kind::List) return listShares(request, share, answer, depth == 1);
+  if (share.found.isBelowFile) return HTTP_NOT_FOUND;
+  return FolderListing(request, share, answer).run(depth == 1);
+}
+
+}  // namespace tessel

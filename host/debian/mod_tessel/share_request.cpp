@@ -1,0 +1,141 @@
+#include "host/debian/mod_tessel/share_request.h"
+
+#include <apr_strings.h>
+#include <http_config.h>
+#include <http_log.h>
+
+#include <cerrno>
+#include <new>
+
+extern "C" {
+extern module AP_MODULE_DECLARE_DATA tessel_module;
+}
+APLOG_USE_MODULE(tessel);
+
+namespace tessel {
+
+namespace {
+
+// A name below nothing: no other module finds a file by it.
+constexpr const char* kNowhere = "/nonexistent";
+
+apr_status_t destroy(void* share) {
+  delete static_cast<ShareRequest*>(share);
+  return APR_SUCCESS;
+}
+
+void nameNothing(request_rec* request) {
+  request->filename = apr_pstrdup(request->pool, kNowhere);
+  request->canonical_filename = request->filename;
+  request->path_info = apr_pstrdup(request->pool, "");
+  request->finfo = apr_finfo_t{};
+}
+
+void tellApache(request_rec* request, const Found& found) {
+  const Place& place = found.target;
+  request->filename = apr_pstrcat(request->pool, kNowhere, "/", place.name.c_str(), nullptr);
+  request->canonical_filename = request->filename;
+  // mod_dav takes a path that goes on beyond what is there for none that could be locked.
+  const bool goesOn = found.isBelowFile || (!place.exists() && !place.hasFolder());
+  request->path_info = apr_pstrdup(request->pool, goesOn ? "/" : "");
+  request->finfo = apr_finfo_t{};
+  if (!place.exists()) return;
+  constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
+  apr_finfo_t& info = request->finfo;
+  info.pool = request->pool;
+  info.valid = APR_FINFO_TYPE | APR_FINFO_SIZE | APR_FINFO_MTIME;
+  info.filetype = place.status.isFolder() ? APR_DIR : APR_REG;
+  info.size = place.status.size;
+  info.mtime = place.status.modified / kNanoseconds;
+  info.fname = request->filename;
+}
+
+int refuse(request_rec* request, const Error& error) {
+  ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request, "%s: %s", request->uri,
+                error.description.c_str());
+  return error.code == ENOENT ? HTTP_NOT_FOUND : httpStatusOf(error.code);
+}
+
+}  // namespace
+
+ShareRequest* shareRequestOf(request_rec* request) {
+  return static_cast<ShareRequest*>(ap_get_module_config(request->request_config, &tessel_module));
+}
+
+bool findShare(request_rec* request, const char* prefix, ServerData& server) {
+  const auto url = shareURL(prefix, request->uri);
+  if (!url) return false;
+  auto* share = new ShareRequest;
+  apr_pool_cleanup_register(request->pool, share, destroy, apr_pool_cleanup_null);
+  ap_set_module_config(request->request_config, &tessel_module, share);
+  share->kind = url->kind;
+  share->prefix = prefix;
+  share->server = &server;
+  nameNothing(request);
+  if (url->kind == ShareURL::Kind::List) return true;
+  share->name = url->name;
+  share->rest = url->rest;
+  if (const auto folder = server.folders.folder(share->name)) {
+    share->isKnown = true;
+    share->folderPath = *folder;
+  } else {
+    share->status = HTTP_NOT_FOUND;
+  }
+  return true;
+}
+
+void findFile(request_rec* request, ShareRequest& share) {
+  if (!share.isKnown) return;
+  auto folder = openSharedFolder(share.folderPath);
+  if (!folder) {
+    // A share without its folder is none, as in the list.
+    (void)refuse(request, folder.error());
+    share.status = HTTP_NOT_FOUND;
+    return;
+  }
+  share.folder = *std::move(folder);
+  auto found = findBelow(share.folder, share.rest);
+  if (!found) {
+    share.status = refuse(request, found.error());
+    return;
+  }
+  share.found = *std::move(found);
+  tellApache(request, share.found);
+}
+
+int httpStatusOf(int number) {
+  switch (number) {
+    case ENOENT:
+    case ENOTDIR:
+      return HTTP_CONFLICT;
+    case ENOSPC:
+    case EDQUOT:
+      return HTTP_INSUFFICIENT_STORAGE;
+    case EFBIG:
+      return HTTP_REQUEST_ENTITY_TOO_LARGE;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case ELOOP:
+    case ENAMETOOLONG:
+    case EINVAL:
+    case EILSEQ:
+    case EXDEV:
+    case EISDIR:
+      return HTTP_FORBIDDEN;
+    case EBUSY:
+    case EEXIST:
+    case ENOTEMPTY:
+    case ETXTBSY:
+      return HTTP_CONFLICT;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case EAGAIN:
+      return HTTP_SERVICE_UNAVAILABLE;
+    default:
+      return HTTP_INTERNAL_SERVER_ERROR;
+  }
+}
+
+}  // namespace tessel

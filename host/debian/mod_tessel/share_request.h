@@ -1,0 +1,50 @@
+// What a request means: which share, and what in it, found by descriptor once and kept with the
+// request for whoever answers it.
+#pragma once
+
+#include <httpd.h>
+
+#include <memory>
+#include <string>
+
+#include "host/debian/mod_tessel/files/place.h"
+#include "host/debian/mod_tessel/share_folders.h"
+#include "host/debian/mod_tessel/share_url.h"
+#include "host/debian/mod_tessel/state/state.h"
+
+namespace tessel {
+
+// What a child process of Apache keeps for a server.
+struct ServerData {
+  ShareFolders folders;
+  State* state = nullptr;  // of the process; null in the parent process
+};
+
+struct ShareRequest {
+  ShareURL::Kind kind = ShareURL::Kind::List;
+  int status = OK;         // or what to answer with
+  std::string prefix;      // of the location, without a slash at its end
+  std::string name;        // of the share, empty for the list
+  std::string rest;        // of the path, below the share
+  bool isKnown = false;    // whether there is such a share
+  std::string folderPath;  // of the share
+  FileDescriptor folder;   // of the share
+  Found found;
+  ServerData* server = nullptr;
+};
+
+// The meaning of a request below a location where shares are served; null for any other.
+ShareRequest* shareRequestOf(request_rec* request);
+
+// Notes which share the path means. Returns false when it does not lie below the location.
+bool findShare(request_rec* request, const char* prefix, ServerData& server);
+
+// Opens what the request means and tells Apache of it as far as Apache needs it: whether it is a
+// file or a folder, under a name that leads nowhere but tells the type. Sets the status to answer
+// with: 404 for private names, 403 for what the rules or the system refuse.
+void findFile(request_rec* request, ShareRequest& share);
+
+// The status that says this of a file: a number of errno's.
+int httpStatusOf(int number);
+
+}  // namespace tessel
