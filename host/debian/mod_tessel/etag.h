@@ -3,6 +3,8 @@
 // time (X-OC-Mtime) have left.
 #pragma once
 
+#include <array>
+#include <charconv>
 #include <cstdint>
 #include <string>
 
@@ -11,23 +13,20 @@
 namespace tessel {
 
 inline void appendETag(std::string& text, const FileStatus& status) {
+  std::array<char, 64> digits;
   const std::int64_t unique = status.identity.birth != 0
                                   ? status.identity.birth
                                   : static_cast<std::int64_t>(status.identity.inode);
-  text += '"';
+  char* end = digits.data();
+  *end++ = '"';
   for (const std::int64_t part :
        {static_cast<std::int64_t>(status.size), status.modified, unique}) {
-    if (text.back() != '"') text += '-';
-    char digits[16];  // NOLINT(modernize-avoid-c-arrays)
-    int count = 0;
-    auto rest = static_cast<std::uint64_t>(part);
-    do {
-      digits[count++] = "0123456789abcdef"[rest & 0xFU];
-      rest >>= 4U;
-    } while (rest != 0);
-    while (count > 0) text += digits[--count];
+    end =
+        std::to_chars(end, digits.data() + digits.size(), static_cast<std::uint64_t>(part), 16).ptr;
+    *end++ = '-';
   }
-  text += '"';
+  end[-1] = '"';
+  text.append(digits.data(), end);
 }
 
 inline std::string etagOf(const FileStatus& status) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <tuple>
 
 #include "host/debian/mod_tessel/etag.h"
@@ -17,27 +18,35 @@ constexpr std::string_view kDAV = "DAV:";
 struct Known {
   LiveProperty property;
   std::string_view nameSpace;
-  std::string_view tag;
   bool isAmongAll;
 
-  std::string_view name() const { return tag.substr(tag.find(':') + 1); }
+  // The element's start, "<D:name>"; what else is needed of it is cut from that and the end.
+  std::string_view start, end;
+
+  std::string_view tag() const { return start.substr(1, start.size() - 2); }
+  std::string_view name() const { return tag().substr(2); }
 };
 
+// Each prefix is declared once, at the start of the answer.
+#define KNOWN(property, space, tag, isAmongAll) \
+  Known { property, space, isAmongAll, "<" tag ">", "</" tag ">" }
+
 constexpr std::array kKnown{
-    Known{LiveProperty::ResourceType, kDAV, "D:resourcetype", true},
-    Known{LiveProperty::CreationDate, kDAV, "D:creationdate", true},
-    Known{LiveProperty::ContentLength, kDAV, "D:getcontentlength", true},
-    Known{LiveProperty::LastModified, kDAV, "D:getlastmodified", true},
-    Known{LiveProperty::ETag, kDAV, "D:getetag", true},
-    Known{LiveProperty::Executable, kApacheProperties, "A:executable", true},
-    Known{LiveProperty::SupportedLock, kDAV, "D:supportedlock", true},
-    Known{LiveProperty::LockDiscovery, kDAV, "D:lockdiscovery", true},
-    Known{LiveProperty::ContentType, kDAV, "D:getcontenttype", true},
-    Known{LiveProperty::DisplayName, kDAV, "D:displayname", true},
-    Known{LiveProperty::QuotaAvailable, kDAV, "D:quota-available-bytes", false},
-    Known{LiveProperty::QuotaUsed, kDAV, "D:quota-used-bytes", false},
-    Known{LiveProperty::Win32LastModified, kMicrosoftProperties, "M:Win32LastModifiedTime", false},
+    KNOWN(LiveProperty::ResourceType, kDAV, "D:resourcetype", true),
+    KNOWN(LiveProperty::CreationDate, kDAV, "D:creationdate", true),
+    KNOWN(LiveProperty::ContentLength, kDAV, "D:getcontentlength", true),
+    KNOWN(LiveProperty::LastModified, kDAV, "D:getlastmodified", true),
+    KNOWN(LiveProperty::ETag, kDAV, "D:getetag", true),
+    KNOWN(LiveProperty::Executable, kApacheProperties, "A:executable", true),
+    KNOWN(LiveProperty::SupportedLock, kDAV, "D:supportedlock", true),
+    KNOWN(LiveProperty::LockDiscovery, kDAV, "D:lockdiscovery", true),
+    KNOWN(LiveProperty::ContentType, kDAV, "D:getcontenttype", true),
+    KNOWN(LiveProperty::DisplayName, kDAV, "D:displayname", true),
+    KNOWN(LiveProperty::QuotaAvailable, kDAV, "D:quota-available-bytes", false),
+    KNOWN(LiveProperty::QuotaUsed, kDAV, "D:quota-used-bytes", false),
+    KNOWN(LiveProperty::Win32LastModified, kMicrosoftProperties, "M:Win32LastModifiedTime", false),
 };
+#undef KNOWN
 
 constexpr std::string_view kSupportedLock =
     "<D:lockentry><D:lockscope><D:exclusive/></D:lockscope>"
@@ -51,6 +60,10 @@ constexpr std::string_view kMissingEnd =
     "</D:prop><D:status>HTTP/1.1 404 Not Found</D:status></D:propstat>";
 
 void appendEscaped(std::string& text, std::string_view bytes) {
+  if (bytes.find_first_of("&<>\"\r") == std::string_view::npos) {
+    text += bytes;
+    return;
+  }
   for (const char c : bytes) {
     switch (c) {
       case '&':
@@ -81,65 +94,74 @@ void appendNumber(std::string& text, Number number) {
   text.append(digits.data(), end);
 }
 
-void appendTwoDigits(std::string& text, int number) {
-  text += static_cast<char>('0' + number / 10 % 10);
-  text += static_cast<char>('0' + number % 10);
+// A moment by the calendar; unlike gmtime_r(3), without a lock that all threads share.
+struct Moment {
+  int year;
+  unsigned month, day, weekday, hour, minute, second;
+};
+
+Moment momentOf(std::int64_t nanoseconds) {
+  using namespace std::chrono;  // NOLINT(google-build-using-namespace)
+  const auto time = floor<seconds>(std::chrono::nanoseconds(nanoseconds));
+  const auto date = floor<days>(time);
+  const year_month_day calendar{sys_days(date)};
+  const hh_mm_ss clock{time - date};
+  return {static_cast<int>(calendar.year()),
+          static_cast<unsigned>(calendar.month()),
+          static_cast<unsigned>(calendar.day()),
+          weekday(sys_days(date)).c_encoding(),
+          static_cast<unsigned>(clock.hours().count()),
+          static_cast<unsigned>(clock.minutes().count()),
+          static_cast<unsigned>(clock.seconds().count())};
 }
 
-void appendYear(std::string& text, int year) {
-  if (year < 0 || year > 9999) {
-    appendNumber(text, year);
-    return;
+// Text of a known length, written in place.
+class Line {
+ public:
+  Line& operator<<(std::string_view text) {
+    end_ = std::copy(text.begin(), text.end(), end_);
+    return *this;
   }
-  appendTwoDigits(text, year / 100);
-  appendTwoDigits(text, year % 100);
-}
+  // Two digits.
+  Line& operator<<(unsigned number) {
+    *end_++ = static_cast<char>('0' + number / 10 % 10);
+    *end_++ = static_cast<char>('0' + number % 10);
+    return *this;
+  }
+  // What nanoseconds since 1970 can tell in 64 bits lies between 1677 and 2262.
+  Line& operator<<(int year) {
+    return *this << static_cast<unsigned>(year) / 100 << static_cast<unsigned>(year) % 100;
+  }
+  std::string_view text() const {
+    return {bytes_.data(), static_cast<size_t>(end_ - bytes_.data())};
+  }
 
-void appendClock(std::string& text, const std::tm& utc) {
-  appendTwoDigits(text, utc.tm_hour);
-  text += ':';
-  appendTwoDigits(text, utc.tm_min);
-  text += ':';
-  appendTwoDigits(text, utc.tm_sec);
-}
-
-std::tm utcOf(std::int64_t nanoseconds) {
-  constexpr std::int64_t kPerSecond = 1'000'000'000;
-  const std::time_t seconds = nanoseconds / kPerSecond - (nanoseconds % kPerSecond < 0 ? 1 : 0);
-  std::tm utc{};
-  (void)::gmtime_r(&seconds, &utc);
-  return utc;
-}
+ private:
+  std::array<char, 40> bytes_;
+  char* end_ = bytes_.data();
+};
 
 // RFC 9110, section 5.6.7; independent of the locale.
 void appendHTTPDate(std::string& text, std::int64_t nanoseconds) {
-  constexpr std::array kDays{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  constexpr std::array kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  const std::tm utc = utcOf(nanoseconds);
-  text += kDays.at(static_cast<size_t>(utc.tm_wday));
-  text += ", ";
-  appendTwoDigits(text, utc.tm_mday);
-  text += ' ';
-  text += kMonths.at(static_cast<size_t>(utc.tm_mon));
-  text += ' ';
-  appendYear(text, utc.tm_year + 1900);
-  text += ' ';
-  appendClock(text, utc);
-  text += " GMT";
+  constexpr std::array<std::string_view, 7> kDays{"Sun, ", "Mon, ", "Tue, ", "Wed, ",
+                                                  "Thu, ", "Fri, ", "Sat, "};
+  constexpr std::array<std::string_view, 12> kMonths{" Jan ", " Feb ", " Mar ", " Apr ",
+                                                     " May ", " Jun ", " Jul ", " Aug ",
+                                                     " Sep ", " Oct ", " Nov ", " Dec "};
+  const Moment at = momentOf(nanoseconds);
+  Line line;
+  line << kDays.at(at.weekday) << at.day << kMonths.at(at.month - 1) << at.year << " " << at.hour
+       << ":" << at.minute << ":" << at.second << " GMT";
+  text += line.text();
 }
 
 // RFC 3339.
 void appendISODate(std::string& text, std::int64_t nanoseconds) {
-  const std::tm utc = utcOf(nanoseconds);
-  appendYear(text, utc.tm_year + 1900);
-  text += '-';
-  appendTwoDigits(text, utc.tm_mon + 1);
-  text += '-';
-  appendTwoDigits(text, utc.tm_mday);
-  text += 'T';
-  appendClock(text, utc);
-  text += 'Z';
+  const Moment at = momentOf(nanoseconds);
+  Line line;
+  line << at.year << "-" << at.month << "-" << at.day << "T" << at.hour << ":" << at.minute << ":"
+       << at.second << "Z";
+  text += line.text();
 }
 
 void appendLock(std::string& text, const Lock& lock, std::time_t now) {
@@ -204,21 +226,32 @@ bool hasValue(LiveProperty property, const ListedItem& item) {
 
 }  // namespace
 
-std::string percentEncoded(std::string_view bytes) {
+void appendPercentEncoded(std::string& text, std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
-  constexpr std::string_view kUnreserved = "-._~";
-  std::string encoded;
-  encoded.reserve(bytes.size());
-  for (const char c : bytes) {
-    const bool isAlphanumeric =
-        (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-    if (isAlphanumeric || kUnreserved.find(c) != std::string_view::npos) {
-      encoded += c;
-    } else {
-      const unsigned byte = static_cast<unsigned char>(c);
-      encoded += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+  static constexpr auto kUnreserved = [] {
+    std::array<bool, 256> table{};
+    for (const char c : std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                         "0123456789-._~")) {
+      table[static_cast<unsigned char>(c)] = true;
     }
+    return table;
+  }();
+  for (size_t start = 0; start < bytes.size();) {
+    size_t end = start;
+    while (end < bytes.size() && kUnreserved[static_cast<unsigned char>(bytes[end])]) ++end;
+    text += bytes.substr(start, end - start);
+    if (end < bytes.size()) {
+      const unsigned byte = static_cast<unsigned char>(bytes[end++]);
+      const std::array<char, 3> encoded{'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+      text.append(encoded.data(), encoded.size());
+    }
+    start = end;
   }
+}
+
+std::string percentEncoded(std::string_view bytes) {
+  std::string encoded;
+  appendPercentEncoded(encoded, bytes);
   return encoded;
 }
 
@@ -275,7 +308,7 @@ PropertyAnswer::PropertyAnswer(const PropertyRequest& request, std::time_t now)
     if (const Known* known = knownBy(name)) {
       if (kind_ == PropertyRequest::Kind::All && known->isAmongAll) continue;
       wanted.live = known->property;
-      wanted.tag = known->tag;
+      wanted.tag = known->tag();
     } else if (name.nameSpace == kDAV) {
       wanted.tag = "D:" + name.name;
     } else if (name.nameSpace.empty()) {
@@ -331,17 +364,14 @@ void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {
   }
   for (const Known& known : kKnown) {
     if (!known.isAmongAll) continue;
+    if (!hasValue(known.property, item)) continue;
     if (isNameOnly) {
-      if (hasValue(known.property, item)) appendEmptyElement(text, known.tag);
+      appendEmptyElement(text, known.tag());
       continue;
     }
-    const size_t before = text.size();
-    appendElement(text, known.tag, true);
-    if (appendValue(text, known.property, item, now_)) {
-      appendElement(text, known.tag, false);
-    } else {
-      text.resize(before);
-    }
+    text += known.start;
+    (void)appendValue(text, known.property, item, now_);
+    text += known.end;
   }
 }
 

@@ -37,6 +37,7 @@ struct ListedItem {
 
 // The bytes as they stand in a URL between two slashes.
 std::string percentEncoded(std::string_view bytes);
+void appendPercentEncoded(std::string& text, std::string_view bytes);
 
 // Properties that come from the file itself.
 enum class LiveProperty {

@@ -275,7 +275,7 @@ class FolderListing {
 
   void appendItem(ListedItem& item, const char* name) {
     href_ = base_;
-    href_ += percentEncoded(name);
+    appendPercentEncoded(href_, name);
     if (item.isCollection) href_ += '/';
     item.href = href_;
     setType(item, name);

@@ -30,6 +30,7 @@ struct ShareRequest {
   std::string folderPath;  // of the share
   FileDescriptor folder;   // of the share
   Found found;
+  bool isTaken = false;  // whether mod_dav has what was found
   ServerData* server = nullptr;
 };
 
