@@ -26,7 +26,7 @@ struct PropertyRequest {
 // Names in one request, and the bytes of all of them: an answer repeats those that a file lacks for
 // each file.
 inline constexpr std::size_t kMostNames = 1000;
-inline constexpr std::size_t kMostBytesOfNames = 64 * 1024;
+inline constexpr std::size_t kMostBytesOfNames = 65536;
 
 // What the document asks for. No document asks for everything. An Error has the status of HTTP to
 // answer with: 400 when it is no propfind element with something in it that is understood, or when
