@@ -191,9 +191,10 @@ void appendEmptyElement(std::string& text, std::string_view tag) {
 }
 
 const Known* knownBy(const PropertyName& name) {
-  const auto known = std::find_if(kKnown.begin(), kKnown.end(), [&name](const Known& candidate) {
-    return candidate.nameSpace == name.nameSpace && candidate.name() == name.name;
-  });
+  const auto* const known =
+      std::find_if(kKnown.begin(), kKnown.end(), [&name](const Known& candidate) {
+        return candidate.nameSpace == name.nameSpace && candidate.name() == name.name;
+      });
   return known == kKnown.end() ? nullptr : known;
 }
 

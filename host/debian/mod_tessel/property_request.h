@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/base/result.h"
@@ -14,7 +15,9 @@ namespace tessel {
 struct PropertyName {
   std::string nameSpace;  // as it stands in an attribute of XML, which is how Apache hands it over
   std::string name;
-  auto operator<=>(const PropertyName&) const = default;
+  bool operator<(const PropertyName& other) const {
+    return std::tie(nameSpace, name) < std::tie(other.nameSpace, other.name);
+  }
 };
 
 // What a PROPFIND asks for.

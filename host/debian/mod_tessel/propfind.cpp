@@ -10,6 +10,7 @@
 #include <util_filter.h>
 #include <util_xml.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -107,8 +108,7 @@ class FolderListing {
         answer_(answer),
         output_(request),
         types_(request),
-        top_(share.found.target),
-        base_("") {}
+        top_(share.found.target) {}
 
   int run(bool withEntries) {
     if (const int status = readState(withEntries && top_.status.isFolder()); status != OK) {
@@ -132,10 +132,8 @@ class FolderListing {
   State& state() const { return *share_.server->state; }
 
   bool isLockedName() const {
-    for (const Lock& lock : covering_) {
-      if (lock.path == file_.path) return true;
-    }
-    return false;
+    return std::any_of(covering_.begin(), covering_.end(),
+                       [this](const Lock& lock) { return lock.path == file_.path; });
   }
 
   int readState(bool withEntries) {

@@ -47,7 +47,7 @@ constexpr const char* kFailedFilter = "TESSEL_NOT_STORED";
 // In place of an answer that says that all was stored: an error, as Apache's filters know it.
 apr_status_t sayNotStored(ap_filter_t* filter, apr_bucket_brigade* brigade) {
   apr_bucket_alloc_t* allocator = filter->c->bucket_alloc;
-  const auto status = static_cast<int>(reinterpret_cast<std::intptr_t>(filter->ctx));
+  const auto status = static_cast<const dav_error*>(filter->ctx)->status;
   apr_brigade_cleanup(brigade);
   ap_remove_output_filter(filter);
   APR_BRIGADE_INSERT_TAIL(brigade,
@@ -80,11 +80,9 @@ void close(dav_db* database) {
   request_rec* request = database->resource->info->request;
   if (Status stored = database->edit->commit(); !stored) {
     // mod_dav has made up its answer by now and asks no more.
-    const dav_error* error = stateError(request, stored.error());
+    dav_error* error = stateError(request, stored.error());
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "properties are not stored: %s", error->desc);
-    (void)ap_add_output_filter(kFailedFilter,
-                               reinterpret_cast<void*>(static_cast<std::intptr_t>(error->status)),
-                               request, request->connection);
+    (void)ap_add_output_filter(kFailedFilter, error, request, request->connection);
   }
 }
 
