@@ -67,18 +67,19 @@ TEST_F(KeychainTool, ImportsListsAndDeletes) {
                 "labelled \"a.example\"");
 
   host.shell("cat /pki/b.pem /pki/middle.pem > /pki/chain.pem");
-  EXPECT_EQ(host.keychain({"import", "/pki/chain.pem", "/pki/b.key", "--label", "x\n\\"}).output,
-            "Imported identity x\\x0A\\x5C\n");
+  EXPECT_EQ(
+      host.keychain({"import", "/pki/chain.pem", "/pki/b.key", "--label", "x\n\\\x7F"}).output,
+      "Imported identity x\\x0A\\x5C\\x7F\n");
   EXPECT_EQ(listed(host),
-            "2 identity a.example\n4 identity x\\x0A\\x5C\n5 certificate Test Middle\n");
+            "2 identity a.example\n4 identity x\\x0A\\x5C\\x7F\n5 certificate Test Middle\n");
 
   EXPECT_EQ(host.keychain({"delete", "2"}).output, "Deleted item 2\n");
-  EXPECT_EQ(listed(host), "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n");
+  EXPECT_EQ(listed(host), "4 identity x\\x0A\\x5C\\x7F\n5 certificate Test Middle\n");
   expectFailure(host.keychain({"delete", "2"}), "no item 2");
   expectFailure(host.keychain({"delete", "3"}), "private key of an identity");
   EXPECT_EQ(host.keychain({"import", "/pki/a.pem", "/pki/a.key"}).status, 0);
   EXPECT_EQ(listed(host),
-            "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n7 identity a.example\n");
+            "4 identity x\\x0A\\x5C\\x7F\n5 certificate Test Middle\n7 identity a.example\n");
 
   // A renewed certificate has the key of the one before, which stays when that one is deleted.
   constexpr std::time_t kThirdOfFebruary2031 = 1927843200;
@@ -92,7 +93,7 @@ TEST_F(KeychainTool, ImportsListsAndDeletes) {
   EXPECT_PRED2(contains, host.keychain({"list"}).output, "8     identity     2031-02-03  ");
   EXPECT_EQ(host.keychain({"delete", "7"}).output, "Deleted item 7\n");
   EXPECT_EQ(listed(host),
-            "4 identity x\\x0A\\x5C\n5 certificate Test Middle\n8 identity a.example\n");
+            "4 identity x\\x0A\\x5C\\x7F\n5 certificate Test Middle\n8 identity a.example\n");
 }
 
 TEST_F(KeychainTool, ReadsEveryUnencryptedForm) {

@@ -62,7 +62,9 @@ TEST(Share, MakesARecordThenUpdatesIt) {
 
 TEST(Share, ModesDoNotDependOnTheShell) {
   ShareHost host;
+  host.write(kRecordLock, "", 0666);  // as a shell's flock makes it, which lets everybody hold it
   EXPECT_EQ(host.shell("umask 077; tesselctl share /srv/Projects").status, 0);
+  EXPECT_EQ(host.mode(kRecordLock), 0600U);
   EXPECT_EQ(host.mode(kRecordFolder), 0755U);
   EXPECT_EQ(host.mode(kRecordFolder + "/Projects.plist"), 0644U);
   host.shell("chmod 600 " + kRecordFolder + "/*; tesselctl share /srv/Projects");
