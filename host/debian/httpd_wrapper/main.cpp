@@ -5,6 +5,7 @@
 // When Apache does not start with Tessel in it, it is started without, so that its other sites are
 // served: standard error and kReasonFile say why. With "--remarks" it only says what of Tessel's
 // settings cannot be used.
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -105,7 +106,7 @@ int runApache(const std::string& program, const Arguments& arguments, bool withT
 int runApache(const std::string& program, const Arguments& arguments, std::string* errors) {
   // A file and no pipe, which would stay open for as long as the server runs.
   const tessel::FileDescriptor file(::memfd_create("errors", MFD_CLOEXEC));
-  const tessel::FileDescriptor terminal(::dup(STDERR_FILENO));
+  const tessel::FileDescriptor terminal(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   if (file && terminal) ::dup2(file.get(), STDERR_FILENO);
   const int status = runApache(program, arguments, true);
   if (file && terminal) ::dup2(terminal.get(), STDERR_FILENO);

@@ -42,7 +42,7 @@ Status identityFits(const char* certificate, const char* key, const char* passPh
   if (!asked) return asked.error();
   std::string& answer = asked->output.standardOutput;
   const size_t end = std::min(answer.find_last_not_of("\r\n") + 1, answer.size());
-  const auto fits =
+  Status fits =
       keyFitsCertificate(*certificatePEM, *keyPEM, std::string_view(answer).substr(0, end));
   ::explicit_bzero(answer.data(), answer.size());
   return fits;

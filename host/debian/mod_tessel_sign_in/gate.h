@@ -68,7 +68,8 @@ class Gate {
 
   static std::int64_t now();
 
-  // Digests of a text under the memory's key; an error, or 0, when the cryptographic library refuses.
+  // Digests of a text under the memory's key; an error, or 0, when the cryptographic library
+  // refuses.
   Result<SignInTag> tagOf(std::string_view text) const;
   std::uint64_t keyOf(std::string_view text) const;
 
