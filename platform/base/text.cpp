@@ -4,9 +4,16 @@
 #include <array>
 #include <limits>
 
+#include "platform/base/hexadecimal.h"
+
 namespace tessel {
 
 namespace {
+
+bool isControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
 
 constexpr std::string_view kBlanks = " \t\n\v\f\r";
 
@@ -84,6 +91,37 @@ std::string trimmed(std::string_view text) {
     text.remove_suffix(space->size());
   }
   return std::string(text);
+}
+
+std::string shown(std::string_view text) {
+  std::string line;
+  for (const char c : text) {
+    if (isControl(c) || c == '\\') {
+      const unsigned byte = static_cast<unsigned char>(c);
+      line += {'\\', 'x', kUpperCaseDigits[byte >> 4U], kUpperCaseDigits[byte & 0xFU]};
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
+std::string shellWord(std::string_view text) {
+  constexpr std::string_view kSafe =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:@%+=,";
+  if (!text.empty() && text.find_first_not_of(kSafe) == std::string_view::npos) {
+    return std::string(text);
+  }
+  const bool isPlain = std::none_of(text.begin(), text.end(), isControl);
+  std::string word = isPlain ? "'" : "$'";
+  for (const char c : isPlain ? std::string(text) : shown(text)) {
+    if (c == '\'') {
+      word += isPlain ? "'\\''" : "\\'";
+    } else {
+      word += c;
+    }
+  }
+  return word + "'";
 }
 
 std::string padded(std::string text, size_t width) {

@@ -19,6 +19,13 @@ bool isXMLText(std::string_view bytes);
 // included) at both ends.
 std::string trimmed(std::string_view text);
 
+// The text in one line that does nothing to a terminal: control bytes and the backslash as \xHH.
+std::string shown(std::string_view text);
+
+// The text as one word of a command of bash, in one line: as it is where that is safe, otherwise in
+// quotes.
+std::string shellWord(std::string_view text);
+
 // The text with blanks after it up to at least this many bytes.
 std::string padded(std::string text, std::size_t width);
 

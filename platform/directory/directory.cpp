@@ -94,6 +94,8 @@ bool isNamed(const PropertyList& list, const std::string& name, const std::strin
 
 }  // namespace
 
+std::string DirectoryRecord::path() const { return pathOf(fileName_); }
+
 std::optional<RecordStamp> DirectoryRecord::stamp() const {
   constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
   const auto nanoseconds = [](const timespec& time) {

@@ -42,6 +42,9 @@ class DirectoryRecord {
   // The name of its file in the folder of the records.
   const std::string& fileName() const { return fileName_; }
 
+  // The path of that file.
+  std::string path() const;
+
   // For one call of the system. None when there is no regular file in its place.
   std::optional<RecordStamp> stamp() const;
 

@@ -1,5 +1,6 @@
 #include "platform/keychain/certificate.h"
 
+#include <arpa/inet.h>
 #include <openssl/asn1.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -57,6 +58,13 @@ bool addDNSName(X509* certificate, const std::string& name) {
   }
   GENERAL_NAME_set0_value(entry, GEN_DNS, text);
   return X509_add1_ext_i2d(certificate, NID_subject_alt_name, names.get(), 0, 0) == 1;
+}
+
+bool isAddress(const std::string& hostName) {
+  in_addr four{};
+  in6_addr six{};
+  return ::inet_pton(AF_INET, hostName.c_str(), &four) == 1 ||
+         ::inet_pton(AF_INET6, hostName.c_str(), &six) == 1;
 }
 
 bool isASCII(std::string_view text) {
@@ -169,6 +177,41 @@ std::optional<std::string> Certificate::expiryDay() const {
     return std::nullopt;
   }
   return text.data();
+}
+
+Result<Certificate::Validity> Certificate::validity() const {
+  constexpr std::int64_t kSecondsPerDay = 86400;
+  const auto secondsUntil = [](const ASN1_TIME* time) -> std::optional<std::int64_t> {
+    int days = 0;
+    int seconds = 0;
+    if (ASN1_TIME_diff(&days, &seconds, nullptr, time) != 1) return std::nullopt;
+    return days * kSecondsPerDay + seconds;
+  };
+  const auto begin = secondsUntil(X509_get0_notBefore(certificate_.get()));
+  const auto end = secondsUntil(X509_get0_notAfter(certificate_.get()));
+  if (!begin || !end) return opensslError();
+  return Validity{*begin, *end};
+}
+
+bool Certificate::isForHost(const std::string& hostName) const {
+  X509* const raw = certificate_.get();
+  // To OpenSSL a name that begins with a full stop stands for every name below it.
+  const bool named = isAddress(hostName) ? X509_check_ip_asc(raw, hostName.c_str(), 0) == 1
+                                         : !hostName.starts_with('.') &&
+                                               X509_check_host(raw, hostName.data(),
+                                                               hostName.size(), 0, nullptr) == 1;
+  ERR_clear_error();
+  return named;
+}
+
+std::string Certificate::issuer() const {
+  const BIOPointer text(BIO_new(BIO_s_mem()));
+  if (!text || X509_NAME_print_ex(text.get(), X509_get_issuer_name(certificate_.get()), 0,
+                                  XN_FLAG_RFC2253) < 0) {
+    ERR_clear_error();
+    return "";
+  }
+  return contentOf(text.get());
 }
 
 bool Certificate::isSelfSigned() const {

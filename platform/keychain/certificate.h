@@ -48,6 +48,18 @@ class Certificate {
   std::optional<std::string> commonName() const;
   // The day it expires (UTC) as YYYY-MM-DD; none when it cannot be read.
   std::optional<std::string> expiryDay() const;
+  // The seconds from now until its first and its last moment, negative when they are past. An error
+  // when they cannot be read.
+  struct Validity {
+    std::int64_t untilBegin = 0;
+    std::int64_t untilEnd = 0;
+  };
+  Result<Validity> validity() const;
+  // Whether it is good for a server of this name or address. An address counts only against the
+  // addresses that it has, a name that begins with a full stop against nothing.
+  bool isForHost(const std::string& hostName) const;
+  // The issuer's name in one line (RFC 2253), control characters and non-ASCII ones escaped.
+  std::string issuer() const;
   // Whether its subject issued it and its own key signed it, whatever its extensions say.
   bool isSelfSigned() const;
 

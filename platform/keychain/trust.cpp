@@ -1,6 +1,5 @@
 #include "platform/keychain/trust.h"
 
-#include <arpa/inet.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
@@ -40,23 +39,6 @@ bool lacksAuthority(int error) {
     default:
       return false;
   }
-}
-
-bool isAddress(const std::string& hostName) {
-  in_addr four{};
-  in6_addr six{};
-  return ::inet_pton(AF_INET, hostName.c_str(), &four) == 1 ||
-         ::inet_pton(AF_INET6, hostName.c_str(), &six) == 1;
-}
-
-// To OpenSSL a name that begins with a full stop stands for every name below it.
-bool namesHost(X509* certificate, const std::string& hostName) {
-  const bool named = isAddress(hostName) ? X509_check_ip_asc(certificate, hostName.c_str(), 0) == 1
-                                         : !hostName.starts_with('.') &&
-                                               X509_check_host(certificate, hostName.data(),
-                                                               hostName.size(), 0, nullptr) == 1;
-  ERR_clear_error();
-  return named;
 }
 
 }  // namespace
@@ -103,8 +85,8 @@ TrustResult Trust::evaluate() const {
   if (verified == 0) {
     return isBroken(error) ? TrustResult::FatalFailure : TrustResult::RecoverableFailure;
   }
-  return namesHost(certificate_.handle(), policy_.hostName_) ? TrustResult::Unspecified
-                                                             : TrustResult::RecoverableFailure;
+  return certificate_.isForHost(policy_.hostName_) ? TrustResult::Unspecified
+                                                   : TrustResult::RecoverableFailure;
 }
 
 std::pair<int, int> Trust::verify() const {

@@ -36,8 +36,10 @@ Result<CurlLibrary> CurlLibrary::load() {
       find(library, "curl_easy_perform", curl.easy_perform) &&
       find(library, "curl_easy_setopt", curl.easy_setopt) &&
       find(library, "curl_easy_strerror", curl.easy_strerror) &&
-      find(library, "curl_free", curl.free) && find(library, "curl_url", curl.url) &&
-      find(library, "curl_url_cleanup", curl.url_cleanup) &&
+      find(library, "curl_free", curl.free) &&
+      find(library, "curl_slist_append", curl.slist_append) &&
+      find(library, "curl_slist_free_all", curl.slist_free_all) &&
+      find(library, "curl_url", curl.url) && find(library, "curl_url_cleanup", curl.url_cleanup) &&
       find(library, "curl_url_get", curl.url_get) && find(library, "curl_url_set", curl.url_set) &&
       find(library, "curl_url_strerror", curl.url_strerror);
   if (!complete) return loadingError();

@@ -22,6 +22,8 @@ struct CurlLibrary {
   decltype(&::curl_easy_setopt) easy_setopt;
   decltype(&::curl_easy_strerror) easy_strerror;
   decltype(&::curl_free) free;
+  decltype(&::curl_slist_append) slist_append;
+  decltype(&::curl_slist_free_all) slist_free_all;
   decltype(&::curl_url) url;
   decltype(&::curl_url_cleanup) url_cleanup;
   decltype(&::curl_url_get) url_get;

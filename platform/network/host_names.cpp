@@ -176,4 +176,11 @@ std::vector<std::string> hostAddresses() {
   return texts;
 }
 
+bool isKnownHostName(const std::string& name) {
+  addrinfo* addresses = nullptr;
+  if (::getaddrinfo(name.c_str(), nullptr, nullptr, &addresses) != 0) return false;
+  ::freeaddrinfo(addresses);
+  return true;
+}
+
 }  // namespace tessel

@@ -21,4 +21,8 @@ std::vector<std::string> hostNames();
 // system's order, as inet_ntop(3) writes them (no zone). Empty when the system does not tell.
 std::vector<std::string> hostAddresses();
 
+// Whether this machine finds an address for the name, in DNS, hosts(5) or wherever its name service
+// looks. As long as that takes.
+bool isKnownHostName(const std::string& name);
+
 }  // namespace tessel

@@ -3,8 +3,10 @@
 // the client library's own limit for connecting (300 seconds).
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/base/result.h"
 
@@ -17,5 +19,23 @@ namespace tessel {
 // is no whole response. A URL that carries credentials is refused. The process's environment loses
 // SSLKEYLOGFILE, so that no other thread may read it meanwhile.
 Result<std::int64_t> httpGet(const std::string& url, const std::string& anyCertificateHost);
+
+struct HTTPQuestion {
+  std::string url;
+  // The address and port to connect to, as "127.0.0.1:8443" or "[::1]:8443", whatever the URL's
+  // host and port.
+  std::string server;
+  std::chrono::milliseconds limit;  // for all of it
+};
+
+struct HTTPAnswer {
+  std::int64_t status = 0;
+  // What the server has shown of its certificate and chain, in PEM, its own first. None without
+  // TLS.
+  std::vector<std::string> certificates;
+};
+
+// The same as a look at the server: every certificate will do, since the caller judges it.
+Result<HTTPAnswer> httpAsk(const HTTPQuestion& question);
 
 }  // namespace tessel

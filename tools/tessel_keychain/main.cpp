@@ -1,10 +1,8 @@
 // tessel-keychain: how an administrator looks into the system keychain, brings an identity in and
 // takes one out. Exit status: 0 done, 1 failed with one line on standard error, 2 wrong usage.
 
-#include <array>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,22 +46,6 @@ const char* nameOf(KeychainItem::Kind kind) {
       return "public key";
   }
   return "";
-}
-
-// A label as one field of one line: control bytes and the backslash as \xHH.
-std::string shown(const std::string& label) {
-  std::string text;
-  for (const char c : label) {
-    const unsigned byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7F && c != '\\') {
-      text += c;
-      continue;
-    }
-    std::array<char, sizeof "\\xHH"> escape{};
-    (void)std::snprintf(escape.data(), escape.size(), "\\x%02X", byte);
-    text += escape.data();
-  }
-  return text;
 }
 
 // The beginning of the certificate's SHA-256, as in the names of the exported files.

@@ -23,31 +23,45 @@ bool isNoise(std::string_view line) {
   return trimmed(std::string(line)).empty();
 }
 
-// One line for each program that listens on the port: its name, process and user as ss(8) and ps(1)
-// have them.
-std::string holders(const std::string& port) {
-  const auto sockets = captureProgram("/bin/ss", {"-Hltnp", "sport = :" + port});
-  if (!sockets || sockets->standardOutput.empty()) return "";
+// The processes in what ss(8) prints: "1,23".
+std::string processesIn(const std::string& text) {
   std::string processes;
   constexpr std::string_view kProcess = "pid=";
-  const std::string& text = sockets->standardOutput;
   for (size_t at = text.find(kProcess); at != std::string::npos; at = text.find(kProcess, at)) {
     at += kProcess.size();
     const std::string process = text.substr(at, text.find_first_not_of("0123456789", at) - at);
     if (processes.find(process) != std::string::npos) continue;
     processes += (processes.empty() ? "" : ",") + process;
   }
-  if (processes.empty()) return "\nThe port is taken by a program that root cannot see from here";
-  const auto listing = captureProgram("/bin/ps", {"-o", "pid=,user=,args=", "-p", processes});
-  if (!listing) return "";
+  return processes;
+}
+
+std::string socketsOn(const std::string& port) {
+  const auto sockets = captureProgram("/bin/ss", {"-Hltnp", "sport = :" + port});
+  return sockets ? sockets->standardOutput : "";
+}
+
+// A line for each program that has the port.
+std::string holders(const std::string& port) {
   std::string lines;
-  std::istringstream rows(listing->standardOutput);
-  for (std::string row; std::getline(rows, row);)
-    lines += "\nThe port is taken by process " + trimmed(row);
-  return lines;
+  for (const std::string& holder : portHolders(port)) {
+    lines += "\nThe port is taken by process " + holder;
+  }
+  if (!lines.empty() || socketsOn(port).empty()) return lines;
+  return "\nThe port is taken by a program that root cannot see from here";
 }
 
 }  // namespace
+
+std::vector<std::string> portHolders(const std::string& port) {
+  std::vector<std::string> found;
+  const std::string processes = processesIn(socketsOn(port));
+  if (processes.empty()) return found;
+  const auto listing = captureProgram("/bin/ps", {"-o", "pid=,user=,args=", "-p", processes});
+  std::istringstream rows(listing ? listing->standardOutput : "");
+  for (std::string row; std::getline(rows, row);) found.push_back(trimmed(row));
+  return found;
+}
 
 std::string failureReason(const std::string& errors, const std::string& port) {
   std::string reason;

@@ -42,9 +42,7 @@ constexpr const char* kStepVariable = "HTTPD_WRAPPER_STEP";
 constexpr const char* kTestVariable = "HTTPD_WRAPPER_TESTS_START";
 // By this name Debian's scripts look for the running Apache in the list of processes.
 constexpr const char* kApacheName = "/usr/sbin/apache2";
-// While Apache runs without Tessel: the reason.
 constexpr const char* kStateFolder = "/run/tessel";
-constexpr const char* kReasonFile = "/run/tessel/without";
 constexpr mode_t kFolderMode = 0755;
 
 void remark(const std::string& text) { tessel::printErrorLine("httpd-wrapper: " + text); }
@@ -133,7 +131,7 @@ void printRemarks() {
 
 int start(const std::string& program, const Arguments& arguments) {
   const tessel::FileManager files;
-  (void)files.removeItem(kReasonFile);
+  (void)files.removeItem(tessel::kReasonFile);
   if (!isTesselOn()) return runApache(program, arguments, true);
   printRemarks();
   std::string reason;
@@ -150,11 +148,11 @@ int start(const std::string& program, const Arguments& arguments) {
   if (!files.directoryExistsAtPath(kStateFolder)) {
     (void)files.createDirectory(kStateFolder, kFolderMode);
   }
-  (void)files.writeAtomically(kReasonFile, reason + "\n",
+  (void)files.writeAtomically(tessel::kReasonFile, reason + "\n",
                               tessel::FileManager::Attributes::KeepExisting);
   const int status = runApache(program, arguments, false);
   // Then it was not for Tessel.
-  if (status != EXIT_SUCCESS) (void)files.removeItem(kReasonFile);
+  if (status != EXIT_SUCCESS) (void)files.removeItem(tessel::kReasonFile);
   return status;
 }
 
@@ -205,8 +203,8 @@ int main(int argc, char** argv) {
   }
   if (isTest(arguments)) printRemarks();
   // An Apache that runs without Tessel is not told about it either.
-  const bool isWithout = tessel::FileManager().fileExistsAtPath(kReasonFile);
+  const bool isWithout = tessel::FileManager().fileExistsAtPath(tessel::kReasonFile);
   if (isTest(arguments) && isWithout)
-    remark(std::string("Apache runs without Tessel, see ") + kReasonFile);
+    remark(std::string("Apache runs without Tessel, see ") + tessel::kReasonFile);
   return becomeApache(*program, arguments, !isWithout);
 }
