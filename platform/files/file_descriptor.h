@@ -29,6 +29,8 @@ class FileDescriptor {
 
   int get() const { return descriptor_; }
   explicit operator bool() const { return descriptor_ >= 0; }
+  // Hands the descriptor over.
+  int release() { return std::exchange(descriptor_, -1); }
   void reset() {
     if (descriptor_ >= 0) ::close(descriptor_);
     descriptor_ = -1;

@@ -1,10 +1,12 @@
 // tessel-host WORD ARGUMENT...
 // The administrator's tool for what this host adds to Tessel. Exit status: 64 for wrong usage,
 // which the words do not use; theirs otherwise.
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "host/debian/tessel_host/check.h"
+#include "host/debian/tessel_host/grant.h"
 #include "platform/process/console.h"
 #include "platform/process/process.h"
 
@@ -15,7 +17,25 @@ using Words = std::vector<std::string>;
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kUnknown = 3;
-constexpr const char* kUsage = "Usage: tessel-host check [--quiet]";
+constexpr const char* kUsage =
+    "Usage: tessel-host check [--quiet]\n"
+    "       tessel-host grant [--undo] FOLDER";
+
+// What the words ask for; nothing when they are not understood.
+std::function<int()> commandOf(const Words& words) {
+  if (words.empty()) return nullptr;
+  const size_t count = words.size();
+  if (words[0] == "check" && (count == 1 || (count == 2 && words[1] == "--quiet"))) {
+    return [isQuiet = count == 2] { return tessel::check(isQuiet); };
+  }
+  if (words[0] == "grant" && count == 2 && !words[1].starts_with('-')) {
+    return [folder = words[1]] { return tessel::grant(folder); };
+  }
+  if (words[0] == "grant" && count == 3 && words[1] == "--undo") {
+    return [folder = words[2]] { return tessel::undoGrant(folder); };
+  }
+  return nullptr;
+}
 
 }  // namespace
 
@@ -26,9 +46,8 @@ int main(int argc, char** argv) {
     tessel::printLine(kUsage);
     return kDone;
   }
-  const bool checks = words == Words{"check"};
-  const bool checksQuietly = words == Words{"check", "--quiet"};
-  if (!checks && !checksQuietly) {
+  const auto command = commandOf(words);
+  if (!command) {
     tessel::printErrorLine(kUsage);
     return kUnknown;
   }
@@ -36,5 +55,5 @@ int main(int argc, char** argv) {
     tessel::printErrorLine("tessel-host: must run as root");
     return kUnknown;
   }
-  return tessel::check(checksQuietly);
+  return command();
 }
