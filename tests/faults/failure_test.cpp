@@ -126,7 +126,7 @@ std::vector<const char*> errorsOf(const Call& call) {
 // "CALL FILE", and for what is read or changed more than once, "#" and how often that has been done
 // before: Apache's environment when it is closed, the keychain when its journal is removed.
 std::string numbered(const Call& call, std::map<std::string, int>& done) {
-  const std::string what = call.name + (call.use.empty() ? "" : "+" + call.use) + " " + call.target;
+  std::string what = call.name + (call.use.empty() ? "" : "+" + call.use) + " " + call.target;
   const bool isKeychain = call.path.starts_with("/Library/Keychains/");
   if (!isKeychain && call.path != "/etc/apache2/env.plist") return what;
   int& times = done[isKeychain ? "/Library/Keychains" : call.path];

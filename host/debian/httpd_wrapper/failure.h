@@ -9,8 +9,8 @@ namespace tessel {
 // While Apache runs without Tessel: the reason.
 inline constexpr const char* kReasonFile = "/run/tessel/without";
 
-// The programs that listen on a TCP port, as ps(1) has them: "123 USER PROGRAM ARGUMENT...". One that
-// cannot be seen from here has no line.
+// The programs that listen on a TCP port, as ps(1) has them: "123 USER PROGRAM ARGUMENT...". One
+// that cannot be seen from here has no line.
 std::vector<std::string> portHolders(const std::string& port);
 
 // What of Apache's words on standard error matters, and when the port is taken by another program,

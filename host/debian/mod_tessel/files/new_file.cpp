@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/debian/mod_tessel/files/hidden.h"
+#include "platform/files/access_list.h"
 
 namespace tessel {
 
@@ -125,6 +126,20 @@ Status NewFile::setModified(std::int64_t seconds) {
   return systemError("the time cannot be set", errno);
 }
 
+// Whoever the replaced file's owner and group were, the new one's are others: what they could do
+// they can by name.
+void NewFile::keepRights(AccessList& list, const FileStatus& replaced) const {
+  using Tag = AccessList::Tag;
+  const auto own = statusOf(file_.get());
+  const auto owner = list.permissions(Tag::Owner).value_or(0);
+  if (!own) return;
+  if (own->owner != replaced.owner && replaced.owner != 0 && owner != 0) {
+    list.allow(Tag::User, replaced.owner, owner);
+  }
+  const auto group = list.effective(Tag::OwningGroup);
+  if (own->group != replaced.group && group != 0) list.allow(Tag::Group, replaced.group, group);
+}
+
 Status NewFile::takeAttributesOf(const FileDescriptor& item, const FileStatus& status) {
   const std::string from = descriptorPath(item.get());
   const std::string to = descriptorPath(file_.get());
@@ -134,14 +149,17 @@ Status NewFile::takeAttributesOf(const FileDescriptor& item, const FileStatus& s
     // The kernel lets this process give away a file to groups that it is in.
     [[maybe_unused]] const int given = ::fchown(file_.get(), static_cast<uid_t>(-1), status.group);
   }
-  if (const auto list = attribute(from, kAccessList)) {
-    if (Status set = setAttribute(to, kAccessList, *list); !set) return set;
+  const auto bytes = attribute(from, kAccessList);
+  auto list = bytes ? AccessList::fromBytes({bytes->data(), bytes->size()}) : bytes.error();
+  if (list) {
+    keepRights(*list, status);
+    if (Status set = setAccessList(file_.get(), *list); !set) return set;
   } else {
     (void)::fremovexattr(file_.get(), kAccessList);
-  }
-  // What runs with its owner's rights must not, with another content and owner.
-  if (::fchmod(file_.get(), status.mode & kPermissions) != 0) {
-    return systemError("the mode cannot be set", errno);
+    // What runs with its owner's rights must not, with another content and owner.
+    if (::fchmod(file_.get(), status.mode & kPermissions) != 0) {
+      return systemError("the mode cannot be set", errno);
+    }
   }
   return copyUserAttributes(from, to);
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "host/debian/mod_tessel/files/place.h"
+#include "platform/files/access_list.h"
 
 namespace tessel {
 
@@ -31,7 +32,8 @@ class NewFile {
   // In seconds since 1970.
   Status setModified(std::int64_t seconds);
   // Gives it mode, access list and extended attributes of another, an O_PATH descriptor, and its
-  // group where the kernel lets this process set it.
+  // group where the kernel lets this process set it. Where there is an access list, the other's
+  // owner and group are named in it, so that they can do with this one what they could with theirs.
   Status takeAttributesOf(const FileDescriptor& item, const FileStatus& status);
   // Puts it in place in the folder in which it was made. What is there, a file or a link, is
   // replaced if `replaces`; else that is an EEXIST.
@@ -40,6 +42,7 @@ class NewFile {
  private:
   NewFile() = default;
   Status giveHiddenName();
+  void keepRights(AccessList& list, const FileStatus& replaced) const;
 
   FileDescriptor folder_;
   FileDescriptor file_;
