@@ -1,6 +1,6 @@
 // tessel-host WORD ARGUMENT...
-// The administrator's tool for what this host adds to Tessel. Exit status: 64 for wrong usage,
-// which the words do not use; theirs otherwise.
+// The administrator's tool for what this host adds to Tessel. Exit status: 3 for wrong usage, which
+// monitoring plug-ins call unknown and the words do not use; theirs otherwise.
 #include <functional>
 #include <string>
 #include <vector>
