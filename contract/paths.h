@@ -7,11 +7,15 @@
 namespace tessel {
 
 inline constexpr const char* kTesselFolder = "/etc/tessel";
+inline constexpr const char* kSettingsFile = "/etc/tessel/tessel.plist";
 // Nobody but root can open it, so that nobody else can hold the lock on it.
 inline constexpr const char* kTesselStateFolder = "/var/lib/tessel";
 
-// The folder from which Apache picks up configurations, and the property list of its environment.
+// Tessel's Apache configuration in the folder from which Apache picks configurations up, and the
+// property list of Apache's environment.
+inline constexpr const char* kApacheConfigurationName = "httpd_tessel.conf";
 inline constexpr const char* kApacheOtherFolder = "/etc/apache2/other";
+inline constexpr const char* kActiveApacheConfiguration = "/etc/apache2/other/httpd_tessel.conf";
 inline constexpr const char* kApacheEnvironmentFile = "/etc/apache2/env.plist";
 
 // The program that prints the pass phrase of the exported key.

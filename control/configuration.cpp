@@ -21,12 +21,12 @@ std::int32_t Configuration::portNumber() const {
 }
 
 bool Configuration::usesTLS() const {
-  const auto ssl = list_.value("ServerSSL");
+  const auto ssl = list_.value(setting::kServerSSL);
   return ssl && ssl->boolean();
 }
 
 bool Configuration::leavesApacheServerName() const {
-  const auto name = list_.value("TESSEL_SERVER_NAME");
+  const auto name = list_.value(setting::kApacheServerName);
   return name && name->string() != "";
 }
 

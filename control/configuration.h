@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "contract/settings.h"
 #include "platform/property_list/property_list.h"
 
 namespace tessel {
@@ -20,10 +21,14 @@ class Configuration {
 
   // The values as they stand, for comparing them, copying them and showing them; none where the key
   // is absent. Valid as long as this object.
-  std::optional<PropertyListValue> serverName() const { return list_.value("ServerName"); }
-  std::optional<PropertyListValue> serverAddress() const { return list_.value("ServerAddr"); }
-  std::optional<PropertyListValue> serverPort() const { return list_.value("ServerPort"); }
-  std::optional<PropertyListValue> accessGroup() const { return list_.value("AccessGroup"); }
+  std::optional<PropertyListValue> serverName() const { return list_.value(setting::kServerName); }
+  std::optional<PropertyListValue> serverAddress() const {
+    return list_.value(setting::kServerAddress);
+  }
+  std::optional<PropertyListValue> serverPort() const { return list_.value(setting::kServerPort); }
+  std::optional<PropertyListValue> accessGroup() const {
+    return list_.value(setting::kAccessGroup);
+  }
 
   // The name for which an identity is looked up; empty when the host's name serves, which is when
   // none that is a text is configured.

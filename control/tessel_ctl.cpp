@@ -15,15 +15,14 @@
 namespace tessel {
 
 TesselCtl::TesselCtl() {
-  tesselApacheConfigFileName = "httpd_tessel.conf";
-  activeTesselApacheConfigFilePath =
-      appendPathComponent(kApacheOtherFolder, tesselApacheConfigFileName);
+  tesselApacheConfigFileName = kApacheConfigurationName;
+  activeTesselApacheConfigFilePath = kActiveApacheConfiguration;
   inactiveTesselApacheConfigFilePath =
       appendPathExtension(activeTesselApacheConfigFilePath, "inactive");
   tesselConfigDirectory = kTesselFolder;
   tesselApacheConfigFilePath =
       appendPathComponent(tesselConfigDirectory, tesselApacheConfigFileName);
-  tesselConfigFilePath = appendPathComponent(tesselConfigDirectory, "tessel.plist");
+  tesselConfigFilePath = kSettingsFile;
   activeTesselProxyConfigFilePath =
       appendPathComponent(tesselConfigDirectory, "httpd_tessel_proxy.conf");
   inactiveTesselProxyConfigFilePath =

@@ -11,9 +11,9 @@ namespace tessel {
 // Has the store look for an issuer in the folder, by its name, when it meets one.
 void addAnchorFolder(X509_STORE* store);
 
-// Puts those authorities of the file into the store that a chain of these certificates can meet.
-// The file holds many more, and decoding them all, with their public keys, takes longer than all
-// else that a command does. What cannot be read is no authority.
+// Puts those authorities of the file into the store that have the name of an issuer of one of these
+// certificates, or of each other. The file holds many more, and decoding them all, with their
+// public keys, takes longer than all else that a command does. What cannot be read is no authority.
 void addAnchorsFromFile(X509_STORE* store, const std::vector<const X509*>& certificates);
 
 }  // namespace tessel

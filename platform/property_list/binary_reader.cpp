@@ -78,8 +78,8 @@ class Reader {
   }
 
  private:
-  // What a value costs once it is copied for every reference to it: so much for being there, and
-  // its bytes.
+  // The tree holds a copy of a value for each reference to it. A copy costs this for its node, and
+  // its bytes besides.
   static constexpr std::uint64_t kValueCost = 64;
   static constexpr std::uint64_t kLargestCost = 16 * kLargestPropertyList;
 

@@ -14,7 +14,7 @@ struct Scenario {
   const char* name;
   std::string prepare;  // a script that lays out the state before
   std::string command;
-  std::string inverse;  // a script that undoes the command, and fails when that is not to be seen
+  std::string inverse;  // a script that undoes the command, and fails if it has not been undone
   // What records and keychain may show between the state before and the one after, as a regular
   // expression for FaultHost::State::shown; and what running the command again does not finish.
   std::string between = "none";

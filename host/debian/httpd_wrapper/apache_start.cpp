@@ -8,11 +8,11 @@
 #include <cstdint>
 #include <string_view>
 
+#include "contract/apache_environment.h"
+
 namespace tessel {
 
 namespace {
-
-constexpr std::string_view kDefinePrefix = "-D ";
 
 bool isAlphanumeric(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
@@ -85,30 +85,30 @@ bool isGroup(const std::string& text) { return !text.empty() && fitsQuotes(text)
 bool isAddressOrNothing(const std::string& text) { return text.empty() || isAddress(text); }
 
 constexpr std::array kTesselValues{
-    TesselValue{"TESSEL_SERVER_ADDR", "*", isAddressOrNothing, "127.0.0.1",
+    TesselValue{environment::kServerAddress, "*", isAddressOrNothing, "127.0.0.1",
                 "ServerAddr is no address, so Apache listens on 127.0.0.1 alone"},
-    TesselValue{"TESSEL_SERVER_PORT", "8443", isPort, "8443",
+    TesselValue{environment::kServerPort, "8443", isPort, "8443",
                 "ServerPort is no port, so 8443 is used"},
-    TesselValue{"TESSEL_SERVER_NAME", "localhost", isHostName, "localhost",
+    TesselValue{environment::kServerName, "localhost", isHostName, "localhost",
                 "TESSEL_SERVER_NAME is no host name, so localhost is used"},
-    TesselValue{"TESSEL_CERT_ID", "", isFileNamePart, "",
+    TesselValue{environment::kCertID, "", isFileNamePart, "",
                 "TESSEL_CERT_ID names no file, so there is no certificate"},
     // No group's name has a colon, which separates the fields of the group database.
-    TesselValue{"TESSEL_ACCESS_GROUP", "", isGroup, ":",
+    TesselValue{environment::kAccessGroup, "", isGroup, ":",
                 "AccessGroup is no group's name, so nobody may sign in"},
 };
 
 }  // namespace
 
-ApacheStart apacheStart(const PropertyList& environment) {
+ApacheStart apacheStart(const PropertyList& list) {
   ApacheStart start;
-  const auto entries = environment.root().entries();
+  const auto entries = list.root().entries();
   for (const auto& [key, value] : *entries) {
     const auto leaveOut = [&start, &key = key](const char* reason) {
       start.remarks.push_back(key + " is left out: " + reason);
     };
-    if (key.starts_with(kDefinePrefix)) {
-      const std::string define = key.substr(kDefinePrefix.size());
+    if (key.starts_with(environment::kDefinePrefix)) {
+      const std::string define = key.substr(environment::kDefinePrefix.size());
       if (isVariableName(define) && !isApachesOwn(define)) {
         start.defines.push_back(define);
       } else {
@@ -125,19 +125,19 @@ ApacheStart apacheStart(const PropertyList& environment) {
   }
   for (const TesselValue& expected : kTesselValues) {
     const auto given = start.variables.find(expected.name);
-    if (!environment.value(expected.name)) {
+    if (!list.value(expected.name)) {
       start.variables[expected.name] = expected.whenMissing;
     } else if (given == start.variables.end() || !expected.isUsable(given->second)) {
       start.variables[expected.name] = expected.whenUnusable;
       start.remarks.emplace_back(expected.remark);
     }
   }
-  std::string& address = start.variables["TESSEL_SERVER_ADDR"];
+  std::string& address = start.variables[environment::kServerAddress];
   if (address.empty()) address = "*";
   if (isIPv6Address(address)) address = "[" + address + "]";
 
   start.defines.emplace_back("TESSEL");
-  if (!start.variables["TESSEL_ACCESS_GROUP"].empty()) {
+  if (!start.variables[environment::kAccessGroup].empty()) {
     start.defines.emplace_back("TESSEL_ACCESS_GROUP");
   }
   return start;

@@ -27,7 +27,7 @@ struct ApacheStart {
 // there and cannot be used, be it of another type than text, opens nothing: the address 127.0.0.1
 // and a group that nobody is in, each with a remark in the words of tessel.plist. The define TESSEL
 // says that all this holds, TESSEL_ACCESS_GROUP that there is a group.
-ApacheStart apacheStart(const PropertyList& environment);
+ApacheStart apacheStart(const PropertyList& list);
 
 // The same without anything of Tessel's: how Apache is started when it does not start otherwise.
 ApacheStart withoutTessel(ApacheStart start);

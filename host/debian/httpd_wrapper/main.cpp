@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "contract/apache_environment.h"
+#include "contract/paths.h"
 #include "host/debian/httpd_wrapper/apache_start.h"
 #include "host/debian/httpd_wrapper/failure.h"
 #include "host/debian/httpd_wrapper/settings.h"
@@ -31,9 +33,6 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-constexpr const char* kEnvironmentList = "/etc/apache2/env.plist";
-constexpr const char* kSettings = "/etc/tessel/tessel.plist";
-constexpr const char* kActiveConfiguration = "/etc/apache2/other/httpd_tessel.conf";
 constexpr const char* kApacheControl = "/usr/sbin/apache2ctl";
 constexpr const char* kProgramVariable = "APACHE_HTTPD";
 // Set for the one run of this program that becomes Apache: "with" or "without" Tessel.
@@ -59,20 +58,23 @@ int become(const std::string& program, const std::string& name, const Arguments&
   return EXIT_FAILURE;
 }
 
-bool isTesselOn() { return tessel::FileManager().fileExistsAtPath(kActiveConfiguration); }
+bool isTesselOn() {
+  return tessel::FileManager().fileExistsAtPath(tessel::kActiveApacheConfiguration);
+}
 
 // An absent list is an empty one, a malformed one as well. Neither says on which terms Tessel is to
 // serve, so it does not.
 tessel::ApacheStart apacheStart() {
-  if (tessel::FileManager().fileExistsAtPath(kEnvironmentList)) {
-    const auto list = tessel::PropertyList::load(kEnvironmentList);
+  if (tessel::FileManager().fileExistsAtPath(tessel::kApacheEnvironmentFile)) {
+    const auto list = tessel::PropertyList::load(tessel::kApacheEnvironmentFile);
     if (list) return tessel::apacheStart(*list);
     auto start = tessel::withoutTessel(tessel::apacheStart({}));
-    start.remarks = {std::string(kEnvironmentList) + " is not used: " + list.error().description};
+    start.remarks = {std::string(tessel::kApacheEnvironmentFile) +
+                     " is not used: " + list.error().description};
     return start;
   }
   auto start = tessel::withoutTessel(tessel::apacheStart({}));
-  if (isTesselOn()) start.remarks = {std::string("there is no ") + kEnvironmentList};
+  if (isTesselOn()) start.remarks = {std::string("there is no ") + tessel::kApacheEnvironmentFile};
   return start;
 }
 
@@ -121,11 +123,11 @@ int runApache(const std::string& program, const Arguments& arguments, std::strin
 
 void printRemarks() {
   for (const std::string& text : apacheStart().remarks) remark(text);
-  if (!tessel::FileManager().fileExistsAtPath(kSettings)) return;
-  const auto settings = tessel::PropertyList::load(kSettings);
+  if (!tessel::FileManager().fileExistsAtPath(tessel::kSettingsFile)) return;
+  const auto settings = tessel::PropertyList::load(tessel::kSettingsFile);
   if (!settings) return;  // tesselctl says so
   for (const std::string& text : tessel::settingsRemarks(*settings)) {
-    remark(std::string(kSettings) + ": " + text);
+    remark(std::string(tessel::kSettingsFile) + ": " + text);
   }
 }
 
@@ -140,7 +142,7 @@ int start(const std::string& program, const Arguments& arguments) {
     std::string errors;
     const int status = runApache(program, arguments, &errors);
     if (status == EXIT_SUCCESS) return EXIT_SUCCESS;
-    reason = tessel::failureReason(errors, wanted.variables.at("TESSEL_SERVER_PORT"));
+    reason = tessel::failureReason(errors, wanted.variables.at(tessel::environment::kServerPort));
   } else {
     reason = wanted.remarks.empty() ? "" : wanted.remarks.front();
   }

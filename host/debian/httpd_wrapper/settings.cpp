@@ -3,15 +3,13 @@
 #include <grp.h>
 
 #include <algorithm>
-#include <array>
 #include <string_view>
+
+#include "contract/settings.h"
 
 namespace tessel {
 
 namespace {
-
-constexpr std::array<std::string_view, 6> kKeys{"AccessGroup", "ServerAddr", "ServerName",
-                                                "ServerPort",  "ServerSSL",  "TESSEL_SERVER_NAME"};
 
 // Whether a value says off without being a way to say so.
 bool isOddlyOff(const PropertyListValue& value) {
@@ -28,19 +26,20 @@ std::vector<std::string> settingsRemarks(const PropertyList& settings) {
   std::vector<std::string> remarks;
   const auto entries = settings.root().entries();
   for (const auto& [key, value] : *entries) {
-    if (std::find(kKeys.begin(), kKeys.end(), key) == kKeys.end()) {
+    if (std::find(setting::kAll.begin(), setting::kAll.end(), std::string_view(key)) ==
+        setting::kAll.end()) {
       remarks.push_back("nobody reads the key " + key);
     }
   }
-  const auto name = settings.value("ServerName");
+  const auto name = settings.value(setting::kServerName);
   if (name && !name->string()) {
     remarks.emplace_back("ServerName is no text, so the host's name is used");
   }
-  const auto ssl = settings.value("ServerSSL");
+  const auto ssl = settings.value(setting::kServerSSL);
   if (ssl && isOddlyOff(*ssl)) {
     remarks.emplace_back("ServerSSL is neither true nor false, so TLS is off");
   }
-  const auto group = settings.value("AccessGroup");
+  const auto group = settings.value(setting::kAccessGroup);
   const auto groupName = group ? group->string() : std::nullopt;
   if (groupName && !groupName->empty() && ::getgrnam(groupName->c_str()) == nullptr) {
     remarks.push_back("AccessGroup names the group " + *groupName +

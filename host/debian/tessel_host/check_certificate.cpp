@@ -17,12 +17,13 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kSoon = 30 * kSecondsPerDay;
 
 const char* const kServeAnew = "rm /etc/tessel/*.cert.pem; tesselctl start";
-const std::string kImport =
-    std::string("Import the new one with its chain: tessel-keychain import CERT KEY; then run: ") +
-    kServeAnew;
+const char* const kImport =
+    "Import the new one with its chain: tessel-keychain import CERT KEY; then run: "
+    "rm /etc/tessel/*.cert.pem; tesselctl start";
 // What is in the keychain is used again, so it has to go first.
-const std::string kMakeAnew =
-    std::string("Run: tessel-keychain list; tessel-keychain delete ID; ") + kServeAnew;
+const char* const kMakeAnew =
+    "Run: tessel-keychain list; tessel-keychain delete ID; rm /etc/tessel/*.cert.pem; "
+    "tesselctl start";
 
 // What clients are shown, the server's own first.
 std::vector<Certificate> shownCertificates(const Service& service,

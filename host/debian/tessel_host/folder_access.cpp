@@ -61,7 +61,7 @@ std::string obstacleOnTheWayTo(const std::string& path) {
     const ssize_t length = ::readlink(next.c_str(), target.data(), target.size());
     if (length < 0) return reasonFor(next);
     if (++links > kMostLinks) return shown(next) + ": too many links";
-    left = std::string(target.data(), static_cast<size_t>(length)) + "/" + left;
+    left.insert(0, "/").insert(0, target.data(), static_cast<size_t>(length));
     if (left.front() == '/') way = "/";
   }
   struct stat status {};

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "contract/paths.h"
 #include "control/configuration.h"
 #include "host/debian/httpd_wrapper/apache_start.h"
 #include "platform/base/result.h"
@@ -12,8 +13,6 @@
 #include "platform/property_list/property_list.h"
 
 namespace tessel {
-
-inline constexpr const char* kSettingsFile = "/etc/tessel/tessel.plist";
 
 struct Service {
   Result<PropertyList> settings = PropertyList();     // an error when the file cannot be used
