@@ -372,12 +372,12 @@ TEST(PropertyList, IsChangedInPlace) {
 // The value in a form that the script below gives as well.
 std::string canonical(const Node& node) {
   struct Visitor {
-    std::string operator()(const Node::Null&) const { return "n"; }
+    std::string operator()(const Node::Null& /*null*/) const { return "n"; }
     std::string operator()(const std::string& text) const { return "s" + hexadecimal(text); }
     std::string operator()(const Node::Integer& integer) const {
       return "i" + integerText(integer);
     }
-    std::string operator()(const Node::WideInteger&) const { return "wide"; }
+    std::string operator()(const Node::WideInteger& /*wide*/) const { return "wide"; }
     std::string operator()(double real) const {
       if (std::isnan(real)) return "rnan";
       const auto bits = std::bit_cast<std::uint64_t>(real);

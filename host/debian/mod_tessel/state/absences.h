@@ -19,7 +19,7 @@ constexpr std::time_t kLongestAbsence = 30L * 24 * 3600;  // seconds
 // A place that was looked at, and what is to be noted of it.
 struct Absence {
   std::string path;
-  Place place;
+  KnownPlace place;
   bool isMissing = false;
 };
 

@@ -432,7 +432,7 @@ Result<int> State::removeLocksOn(const std::string& path) {
     const auto known = placesAt(connection, path);
     if (!known) return known.error();
     std::vector<std::int64_t> files;
-    for (const Place& place : *known) files.push_back(place.file);
+    for (const KnownPlace& place : *known) files.push_back(place.file);
     return removeOfFiles(connection, files);
   });
 }

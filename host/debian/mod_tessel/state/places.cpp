@@ -65,7 +65,7 @@ Status changeTree(StateConnection& connection, const char* sql, const Tree& tree
 
 // Runs a statement whose values are those of a place.
 Status changePlace(StateConnection& connection, const char* sql, std::string_view path,
-                   const Place& place) {
+                   const KnownPlace& place) {
   const PathParts parts = partsOf(path);
   const FileIdentity& identity = place.identity;
   return connection.change(sql, Blob{parts.folder}, Blob{parts.name}, asNumber(identity.inode),
@@ -73,7 +73,7 @@ Status changePlace(StateConnection& connection, const char* sql, std::string_vie
 }
 
 // Whether a place other than that of the file `standing` there can be forgotten.
-bool isOver(const Place& place, const std::optional<std::int64_t>& standing, std::time_t now) {
+bool isOver(const KnownPlace& place, const std::optional<std::int64_t>& standing, std::time_t now) {
   if (!place.identity.exists()) return standing == place.file;
   return place.announced > now || place.announced <= now - kLongestAnnouncement;
 }
@@ -91,8 +91,8 @@ Tree::Tree(std::string_view path)
   ++afterLast.back();
 }
 
-Result<std::vector<Place>> placesAt(StateConnection& connection, std::string_view path) {
-  std::vector<Place> places;
+Result<std::vector<KnownPlace>> placesAt(StateConnection& connection, std::string_view path) {
+  std::vector<KnownPlace> places;
   const PathParts parts = partsOf(path);
   const Status status = connection.rows(
       kPlacesAt,
@@ -109,13 +109,13 @@ Result<std::vector<Place>> placesAt(StateConnection& connection, std::string_vie
   return places;
 }
 
-Result<std::optional<Place>> placeOf(StateConnection& connection, const File& file) {
+Result<std::optional<KnownPlace>> placeOf(StateConnection& connection, const File& file) {
   const auto places = placesAt(connection, file.path);
   if (!places) return places.error();
-  for (const Place& place : *places) {
+  for (const KnownPlace& place : *places) {
     if (place.identity.isSameFile(file.identity)) return std::optional(place);
   }
-  return std::optional<Place>();
+  return std::optional<KnownPlace>();
 }
 
 Result<std::int64_t> makeFile(StateConnection& connection) {
@@ -139,7 +139,7 @@ Status addPlace(StateConnection& connection, std::string_view path, const FileId
                 std::int64_t file, std::time_t announced) {
   const auto places = placesAt(connection, path);
   if (!places) return places.error();
-  for (const Place& place : *places) {
+  for (const KnownPlace& place : *places) {
     if (!place.identity.isSameFile(identity) || place.file == file) continue;
     if (Status dropped = dropPlace(connection, path, place); !dropped) return dropped;
   }
@@ -149,7 +149,7 @@ Status addPlace(StateConnection& connection, std::string_view path, const FileId
                            file, static_cast<std::int64_t>(announced));
 }
 
-Status dropPlace(StateConnection& connection, std::string_view path, const Place& place) {
+Status dropPlace(StateConnection& connection, std::string_view path, const KnownPlace& place) {
   Status dropped = changePlace(connection, kDropPlace, path, place);
   if (!dropped) return dropped;
   return connection.change(kDropUnplaced, place.file);
@@ -163,10 +163,10 @@ Status settlePlaces(StateConnection& connection, const File& file, std::time_t n
   const auto places = placesAt(connection, file.path);
   if (!places) return places.error();
   std::optional<std::int64_t> standing;
-  for (const Place& place : *places) {
+  for (const KnownPlace& place : *places) {
     if (place.identity.isSameFile(file.identity)) standing = place.file;
   }
-  for (const Place& place : *places) {
+  for (const KnownPlace& place : *places) {
     Status done;
     if (place.identity.isSameFile(file.identity)) {
       if (place.announced != 0) done = changePlace(connection, kMarkSettled, file.path, place);

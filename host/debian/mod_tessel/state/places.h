@@ -32,7 +32,7 @@ struct Tree {
   std::string afterLast;  // the first that is beyond
 };
 
-struct Place {
+struct KnownPlace {
   FileIdentity identity;
   std::int64_t file = 0;
   std::time_t announced = 0;  // when it was said that the file will stand here, 0 once it does
@@ -40,9 +40,9 @@ struct Place {
 };
 
 // All that were ever at the path, the name alone included.
-Result<std::vector<Place>> placesAt(StateConnection& connection, std::string_view path);
+Result<std::vector<KnownPlace>> placesAt(StateConnection& connection, std::string_view path);
 // The one of the file that stands at the path, none when nothing is known of it.
-Result<std::optional<Place>> placeOf(StateConnection& connection, const File& file);
+Result<std::optional<KnownPlace>> placeOf(StateConnection& connection, const File& file);
 // The file of that, made when there is none.
 Result<std::int64_t> madeFileOf(StateConnection& connection, const File& file);
 Result<std::int64_t> makeFile(StateConnection& connection);
@@ -50,7 +50,7 @@ Result<std::int64_t> makeFile(StateConnection& connection);
 Status addPlace(StateConnection& connection, std::string_view path, const FileIdentity& identity,
                 std::int64_t file, std::time_t announced);
 // Forgets a place, and the file when it has no other.
-Status dropPlace(StateConnection& connection, std::string_view path, const Place& place);
+Status dropPlace(StateConnection& connection, std::string_view path, const KnownPlace& place);
 // Forgets a file that has neither a property nor a lock.
 Status dropIfBare(StateConnection& connection, std::int64_t file);
 // Forgets who else was at the path. What others have announced within the last minutes stays; a

@@ -314,7 +314,7 @@ Status State::willReplace(const File& file, const FileIdentity& next) {
     if (!places) return places.error();
     // What is known of the file itself goes before a lock on its name.
     for (const bool isName : {false, true}) {
-      for (const Place& place : *places) {
+      for (const KnownPlace& place : *places) {
         const bool isMeant =
             isName ? !place.identity.exists()
                    : file.identity.exists() && place.identity.isSameFile(file.identity);
@@ -379,7 +379,7 @@ Status State::settle(const File& file) {
   const auto known =
       store_->read([&](StateConnection& connection) { return placesAt(connection, file.path); });
   if (!known) return known.error();
-  const bool isSettled = std::all_of(known->begin(), known->end(), [&](const Place& place) {
+  const bool isSettled = std::all_of(known->begin(), known->end(), [&](const KnownPlace& place) {
     return place.identity.isSameFile(file.identity) && place.announced == 0;
   });
   if (isSettled) return {};
