@@ -1,12 +1,12 @@
 // A keychain file that somebody else may have made: its bytes, or SQL that is run on a good one.
 #include "platform/keychain/keychain.h"
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "fuzz/fuzz.h"
+#include "fuzz/statements.h"
 #include "platform/files/file_manager.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
@@ -34,25 +34,6 @@ Result<ImportOutcome> import(Keychain& keychain) {
   return keychain.importIdentity({good->certificate}, good->key, kLabel, {"trusted", {"/bin/sh"}});
 }
 
-// Statements reach nothing but the file, and end.
-int authorize(void* /*unused*/, int action, const char* name, const char* /*value*/,
-              const char* /*database*/, const char* /*trigger*/) {
-  const bool isSafe = action != SQLITE_PRAGMA || std::string_view(name) == "writable_schema" ||
-                      std::string_view(name) == "user_version";
-  return isSafe && action != SQLITE_ATTACH ? SQLITE_OK : SQLITE_DENY;
-}
-
-void run(const std::string& sql) {
-  constexpr int kSteps = 10000;
-  sqlite3* database = nullptr;
-  require(sqlite3_open(kPath, &database) == SQLITE_OK);
-  (void)sqlite3_set_authorizer(database, authorize, nullptr);
-  sqlite3_progress_handler(
-      database, kSteps, [](void* /*unused*/) { return 1; }, nullptr);
-  (void)sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
-  (void)sqlite3_close(database);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
@@ -70,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   removeFiles();
   fuzz::writeFile(kPath, isFile ? bytes : good->file);
   if (!isFile) {
-    run(std::string(bytes));
+    fuzz::runStatements(kPath, std::string(bytes));
     const auto file = FileManager().readFile(kPath, 1UL << 24U);
     if (!file || *file == good->file) return 0;
   }

@@ -2,7 +2,6 @@
 // run on a good one.
 #include "host/debian/mod_tessel/state/state.h"
 
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <sstream>
 
 #include "fuzz/fuzz.h"
+#include "fuzz/statements.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)
 using fuzz::require;
@@ -59,26 +59,6 @@ Status set(State& state, const File& file, const std::string& name) {
   return edit->commit();
 }
 
-// Statements reach nothing but the file, and end.
-int authorize(void* /*unused*/, int action, const char* name, const char* /*value*/,
-              const char* /*database*/, const char* /*trigger*/) {
-  const bool isSafe = action != SQLITE_PRAGMA || std::string_view(name) == "writable_schema" ||
-                      std::string_view(name) == "user_version";
-  return isSafe && action != SQLITE_ATTACH ? SQLITE_OK : SQLITE_DENY;
-}
-
-void run(const std::string& sql) {
-  constexpr int kSteps = 10000;
-  sqlite3* database = nullptr;
-  require(sqlite3_open(kPath, &database) == SQLITE_OK);
-  (void)sqlite3_exec(database, "PRAGMA journal_mode = DELETE", nullptr, nullptr, nullptr);
-  (void)sqlite3_set_authorizer(database, authorize, nullptr);
-  sqlite3_progress_handler(
-      database, kSteps, [](void* /*unused*/) { return 1; }, nullptr);
-  (void)sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
-  (void)sqlite3_close(database);
-}
-
 void requireBounded(const Result<std::vector<Property>>& properties) {
   if (!properties) return;
   require(properties->size() <= kMostProperties);
@@ -120,7 +100,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
               lock(state, file));
     }
   }
-  run("VACUUM");
+  fuzz::runStatements(kPath, "VACUUM");
   good->database = contentOf(kPath);
   return 0;
 }
@@ -131,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   removeDatabases();
   fuzz::writeFile(kPath, isFile ? bytes : good->database);
   if (!isFile) {
-    run(std::string(bytes));
+    fuzz::runStatements(kPath, std::string(bytes));
     if (contentOf(kPath) == good->database) return 0;
   }
 
