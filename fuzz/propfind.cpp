@@ -9,6 +9,7 @@
 #include "host/debian/mod_tessel/element_text.h"
 #include "host/debian/mod_tessel/property_answer.h"
 #include "host/debian/mod_tessel/property_request.h"
+#include "platform/base/percent_encoding.h"
 #include "platform/base/text.h"
 
 using namespace tessel;  // NOLINT(google-build-using-namespace)

@@ -2,6 +2,8 @@
 // translates LOCATION/NAME/REST to the folder of the WebDAV share NAME, sends files and lists
 // folders, and gives mod_dav what it needs for the rest (provider/).
 //
+// Where "TesselEntrance PATH" stands, "/" leads to that, and errors are pages for browsers.
+//
 // A request is refused after its user has signed in, so that nobody else learns which shares exist:
 // the hooks that run before only note the status.
 #include <httpd.h>
@@ -20,7 +22,10 @@
 #include <string>
 #include <string_view>
 
+#include "host/debian/mod_tessel/browse.h"
 #include "host/debian/mod_tessel/download.h"
+#include "host/debian/mod_tessel/entrance.h"
+#include "host/debian/mod_tessel/error_body.h"
 #include "host/debian/mod_tessel/identity_check.h"
 #include "host/debian/mod_tessel/identity_lock.h"
 #include "host/debian/mod_tessel/propfind.h"
@@ -40,10 +45,12 @@ namespace tessel {
 namespace {
 
 constexpr const char* kOwnHandler = "tessel";
+constexpr const char* kEntranceHandler = "tessel-entrance";
 constexpr const char* kDavHandler = "dav-handler";
 
 struct Location {
-  const char* prefix;  // "/webdav"; null where shares are not served
+  const char* prefix;    // "/webdav"; null where shares are not served
+  const char* entrance;  // the same, for where "/" leads; null where it is not ours
 };
 
 template <typename T>
@@ -51,8 +58,17 @@ T* configOf(ap_conf_vector_t* vector) {
   return static_cast<T*>(ap_get_module_config(vector, &tessel_module));
 }
 
+bool isEntrance(const request_rec* request) {
+  return configOf<Location>(request->per_dir_config)->entrance != nullptr &&
+         std::strcmp(request->uri, "/") == 0;
+}
+
 // Before authentication: which share is meant?
 int translateName(request_rec* request) {
+  if (isEntrance(request)) {
+    nameNothing(request);
+    return OK;
+  }
   const char* prefix = configOf<Location>(request->per_dir_config)->prefix;
   if (prefix == nullptr) return DECLINED;
   auto* server = configOf<ServerData>(request->server->module_config);
@@ -61,6 +77,7 @@ int translateName(request_rec* request) {
 
 // Before authentication, in place of Apache's walk through <Directory> sections.
 int mapToStorage(request_rec* request) {
+  if (isEntrance(request)) return OK;
   ShareRequest* share = shareRequestOf(request);
   if (share == nullptr) return DECLINED;
   findFile(request, *share);
@@ -77,6 +94,10 @@ bool wouldTakeAway(request_rec* request) {
 
 // After authentication: who answers, if anybody?
 int decide(request_rec* request) {
+  if (isEntrance(request)) {
+    request->handler = kEntranceHandler;
+    return OK;
+  }
   const ShareRequest* share = shareRequestOf(request);
   if (share == nullptr) return DECLINED;
   if (share->status != OK) return share->status;
@@ -85,25 +106,33 @@ int decide(request_rec* request) {
   }
   if (request->method_number == M_POST) return HTTP_METHOD_NOT_ALLOWED;
   const bool isList = share->kind == ShareURL::Kind::List;
-  const bool isCollection = isList || request->finfo.filetype == APR_DIR;
   const bool isGet = request->method_number == M_GET;
-  if (isGet && isCollection && request->main == nullptr) return HTTP_FORBIDDEN;
   // Whatever handler a file's name or type would choose: it is data.
   const bool isOwn = isList || isGet || request->method_number == M_PROPFIND;
   request->handler = isOwn ? kOwnHandler : kDavHandler;
   return OK;
 }
 
+int answerGet(request_rec* request, const ShareRequest& share) {
+  if (share.kind == ShareURL::Kind::List) return answerShareListPage(request, share);
+  const Place& found = share.found.target;
+  return found.exists() && found.status.isFolder() ? answerFolderPage(request, share)
+                                                   : answerDownload(request, share);
+}
+
 int answer(request_rec* request) {
-  if (request->handler == nullptr || std::strcmp(request->handler, kOwnHandler) != 0) {
-    return DECLINED;
+  if (request->handler == nullptr) return DECLINED;
+  if (std::strcmp(request->handler, kEntranceHandler) == 0 && isEntrance(request)) {
+    return answerEntrance(request, configOf<Location>(request->per_dir_config)->entrance);
   }
+  if (std::strcmp(request->handler, kOwnHandler) != 0) return DECLINED;
   ShareRequest* share = shareRequestOf(request);
   if (share == nullptr) return DECLINED;
   if (request->method_number == M_PROPFIND) return answerPropfind(request, *share);
-  if (share->kind != ShareURL::Kind::List) return answerDownload(request, *share);
+  if (request->method_number == M_GET) return answerGet(request, *share);
+  // Only of the list: everything else of a share is mod_dav's.
   if (const int status = ap_discard_request_body(request); status != OK) return status;
-  apr_table_setn(request->headers_out, "Allow", "OPTIONS,PROPFIND");
+  apr_table_setn(request->headers_out, "Allow", "GET,HEAD,OPTIONS,PROPFIND");
   if (request->method_number != M_OPTIONS) return HTTP_METHOD_NOT_ALLOWED;
   // What the shares below can do: some clients decide by the collection that they were given.
   apr_table_setn(request->headers_out, "DAV", "1,2");
@@ -120,6 +149,16 @@ int safely(request_rec* request) {
   } catch (...) {
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "out of memory");
     return HTTP_INTERNAL_SERVER_ERROR;
+  }
+}
+
+void giveErrorBody(request_rec* request) {
+  const char* prefix = configOf<Location>(request->per_dir_config)->entrance;
+  if (prefix == nullptr) return;
+  try {
+    setErrorBody(request, prefix);
+  } catch (...) {
+    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "out of memory");
   }
 }
 
@@ -150,14 +189,19 @@ void registerHooks(apr_pool_t* pool) {
   ap_hook_map_to_storage(safely<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_fixups(safely<decide>, nullptr, nullptr, APR_HOOK_LAST);
   ap_hook_handler(safely<answer>, nullptr, nullptr, APR_HOOK_MIDDLE);
+  ap_hook_insert_error_filter(giveErrorBody, nullptr, nullptr, APR_HOOK_MIDDLE);
 }
 
 void* createLocation(apr_pool_t* pool, char* /*path*/) {
   return apr_pcalloc(pool, sizeof(Location));
 }
 
-void* mergeLocations(apr_pool_t* /*pool*/, void* outer, void* inner) {
-  return static_cast<Location*>(inner)->prefix != nullptr ? inner : outer;
+void* mergeLocations(apr_pool_t* pool, void* outer, void* inner) {
+  auto* merged = static_cast<Location*>(apr_pmemdup(pool, inner, sizeof(Location)));
+  const auto* above = static_cast<const Location*>(outer);
+  if (merged->prefix == nullptr) merged->prefix = above->prefix;
+  if (merged->entrance == nullptr) merged->entrance = above->entrance;
+  return merged;
 }
 
 apr_status_t deleteServer(void* server) {
@@ -184,6 +228,12 @@ const char* setShares(cmd_parms* command, void* location, int on) {
   return nullptr;
 }
 
+const char* setEntrance(cmd_parms* /*command*/, void* location, const char* path) {
+  if (path[0] != '/') return "TesselEntrance needs the path of a location";
+  static_cast<Location*>(location)->entrance = path;
+  return nullptr;
+}
+
 // Apache stores functions of all shapes as one type and calls them by the shape that goes with the
 // directive.
 template <typename Function>
@@ -195,6 +245,8 @@ cmd_func asCommand(Function* function) {
 const command_rec kDirectives[] = {
     AP_INIT_FLAG("TesselShares", asCommand(setShares), nullptr, ACCESS_CONF,
                  "on: serve the WebDAV shares of this host below this location"),
+    AP_INIT_TAKE1("TesselEntrance", asCommand(setEntrance), nullptr, ACCESS_CONF,
+                  "the location with \"TesselShares on\" to which / leads"),
     AP_INIT_TAKE3("TesselIdentity", asCommand(checkIdentity), nullptr, RSRC_CONF | EXEC_ON_READ,
                   "certificate, key and the program that prints the key's pass phrase"),
     {}};

@@ -227,35 +227,6 @@ bool hasValue(LiveProperty property, const ListedItem& item) {
 
 }  // namespace
 
-void appendPercentEncoded(std::string& text, std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  static constexpr auto kUnreserved = [] {
-    std::array<bool, 256> table{};
-    for (const char c : std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
-                                         "0123456789-._~")) {
-      table[static_cast<unsigned char>(c)] = true;
-    }
-    return table;
-  }();
-  for (size_t start = 0; start < bytes.size();) {
-    size_t end = start;
-    while (end < bytes.size() && kUnreserved[static_cast<unsigned char>(bytes[end])]) ++end;
-    text += bytes.substr(start, end - start);
-    if (end < bytes.size()) {
-      const unsigned byte = static_cast<unsigned char>(bytes[end++]);
-      const std::array<char, 3> encoded{'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
-      text.append(encoded.data(), encoded.size());
-    }
-    start = end;
-  }
-}
-
-std::string percentEncoded(std::string_view bytes) {
-  std::string encoded;
-  appendPercentEncoded(encoded, bytes);
-  return encoded;
-}
-
 bool appendValue(std::string& text, LiveProperty property, const ListedItem& item,
                  std::time_t now) {
   if (!hasValue(property, item)) return false;

@@ -9,17 +9,12 @@
 #include <string_view>
 #include <vector>
 
+#include "host/debian/mod_tessel/files/space.h"
 #include "host/debian/mod_tessel/files/status.h"
 #include "host/debian/mod_tessel/property_request.h"
 #include "host/debian/mod_tessel/state/state.h"
 
 namespace tessel {
-
-// In bytes (RFC 4331).
-struct Space {
-  std::uint64_t available = 0;
-  std::uint64_t used = 0;
-};
 
 // One file or folder, by what an answer may say of it.
 struct ListedItem {
@@ -34,10 +29,6 @@ struct ListedItem {
   std::span<const Property> properties = {};  // that clients have set
   std::span<const Lock* const> locks = {};
 };
-
-// The bytes as they stand in a URL between two slashes.
-std::string percentEncoded(std::string_view bytes);
-void appendPercentEncoded(std::string& text, std::string_view bytes);
 
 // Properties that come from the file itself.
 enum class LiveProperty {

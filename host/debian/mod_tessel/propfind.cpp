@@ -1,13 +1,10 @@
 #include "host/debian/mod_tessel/propfind.h"
 
-#include <apr_buckets.h>
 #include <apr_strings.h>
 #include <fcntl.h>
 #include <http_config.h>
 #include <http_log.h>
 #include <http_protocol.h>
-#include <sys/statvfs.h>
-#include <util_filter.h>
 #include <util_xml.h>
 
 #include <algorithm>
@@ -19,8 +16,12 @@
 #include "host/debian/mod_tessel/content_type.h"
 #include "host/debian/mod_tessel/files/folder_reader.h"
 #include "host/debian/mod_tessel/files/hidden.h"
+#include "host/debian/mod_tessel/files/listed.h"
+#include "host/debian/mod_tessel/files/space.h"
+#include "host/debian/mod_tessel/output.h"
 #include "host/debian/mod_tessel/property_answer.h"
 #include "host/debian/mod_tessel/property_request.h"
+#include "platform/base/percent_encoding.h"
 
 extern "C" {
 extern module AP_MODULE_DECLARE_DATA tessel_module;
@@ -32,46 +33,6 @@ namespace tessel {
 namespace {
 
 constexpr const char* kXMLType = "text/xml; charset=\"utf-8\"";
-
-// What has been made of the answer. It goes out in pieces; one that fits into a piece goes out with
-// its length.
-class Output {
- public:
-  explicit Output(request_rec* request) : request_(request) { text_.reserve(kPiece + kPiece / 4); }
-
-  std::string& text() { return text_; }
-  // False when the client has gone.
-  bool sendIfFull() { return text_.size() < kPiece || send(false); }
-  bool sendRest() { return send(true); }
-
- private:
-  static constexpr size_t kPiece = 1 << 16;
-
-  bool send(bool isLast) {
-    conn_rec* connection = request_->connection;
-    if (brigade_ == nullptr) {
-      brigade_ = apr_brigade_create(request_->pool, connection->bucket_alloc);
-    }
-    APR_BRIGADE_INSERT_TAIL(brigade_, apr_bucket_transient_create(text_.data(), text_.size(),
-                                                                  connection->bucket_alloc));
-    if (isLast) APR_BRIGADE_INSERT_TAIL(brigade_, apr_bucket_eos_create(connection->bucket_alloc));
-    const bool isSent = ap_pass_brigade(request_->output_filters, brigade_) == APR_SUCCESS &&
-                        connection->aborted == 0;
-    apr_brigade_cleanup(brigade_);
-    text_.clear();
-    return isSent;
-  }
-
-  request_rec* request_;
-  apr_bucket_brigade* brigade_ = nullptr;
-  std::string text_;
-};
-
-std::optional<Space> spaceOf(const FileDescriptor& folder) {
-  struct statvfs found {};
-  if (::fstatvfs(folder.get(), &found) != 0) return std::nullopt;
-  return Space{found.f_bavail * found.f_frsize, (found.f_blocks - found.f_bfree) * found.f_frsize};
-}
 
 // 0, 1, or the status to answer with.
 int depthOf(const request_rec* request) {
@@ -89,6 +50,17 @@ int refuseInfinity(request_rec* request) {
       "<D:error xmlns:D=\"DAV:\"><D:propfind-finite-depth/></D:error>\n",
       request);
   return OK;
+}
+
+void beginAnswer(request_rec* request, const PropertyAnswer& answer, Output& output) {
+  request->status = HTTP_MULTI_STATUS;
+  ap_set_content_type(request, kXMLType);
+  answer.appendStart(output.text());
+}
+
+void endAnswer(Output& output) {
+  PropertyAnswer::appendEnd(output.text());
+  (void)output.sendRest();
 }
 
 int refuseState(request_rec* request, const Error& error) {
@@ -117,14 +89,11 @@ class FolderListing {
     const bool isFolder = top_.status.isFolder();
     // A name on which there is a lock and nothing else is answered for as well.
     if (!top_.exists() && !isLockedName()) return HTTP_NOT_FOUND;
-    request_->status = HTTP_MULTI_STATUS;
-    ap_set_content_type(request_, kXMLType);
-    answer_.appendStart(output_.text());
-    setBase(isFolder);
+    beginAnswer(request_, answer_, output_);
+    base_ = urlPath(share_.prefix, share_.name, share_.rest, isFolder);
     appendTop();
     if (withEntries && isFolder && !appendEntries()) return OK;
-    PropertyAnswer::appendEnd(output_.text());
-    (void)output_.sendRest();
+    endAnswer(output_);
     return OK;
   }
 
@@ -184,20 +153,6 @@ class FolderListing {
     }
   }
 
-  // The URL that was asked for, in the form that this module gives URLs.
-  void setBase(bool isFolder) {
-    std::string_view path = share_.rest;
-    while (path.ends_with('/')) path.remove_suffix(1);
-    base_ = share_.prefix + "/" + percentEncoded(share_.name);
-    while (!path.empty()) {
-      path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
-      const std::string_view name = path.substr(0, path.find('/'));
-      base_ += "/" + percentEncoded(name);
-      path.remove_prefix(name.size());
-    }
-    if (isFolder) base_ += '/';
-  }
-
   void appendTop() {
     ListedItem item;
     item.href = base_;
@@ -247,24 +202,12 @@ class FolderListing {
   }
 
   void appendEntry(const FolderReader::Entry& entry) {
-    const bool mayBeListed = entry.type == DT_REG || entry.type == DT_DIR || entry.type == DT_LNK ||
-                             entry.type == DT_UNKNOWN;
-    if (!mayBeListed) return;
-    if (entry.name[0] == '.' && isPrivateName(entry.name)) {
-      constexpr size_t kMostLeftovers = 16;
-      if (isHiddenName(entry.name) && leftovers_.size() < kMostLeftovers) {
-        leftovers_.emplace_back(entry.name);
-      }
-      return;
+    constexpr size_t kMostLeftovers = 16;
+    if (isHiddenName(entry.name) && leftovers_.size() < kMostLeftovers) {
+      leftovers_.emplace_back(entry.name);
     }
-    auto status = statusIn(folder_, entry.name);
+    const auto status = listedStatus(top_.item, folder_, entry);
     if (!status) return;
-    if (status->isLink()) {
-      const auto led = findBelow(top_.item, entry.name);
-      if (!led || !led->target.exists()) return;
-      status = led->target.status;
-    }
-    if (!status->isFile() && !status->isFolder()) return;
     ListedItem item;
     item.status = *status;
     item.isCollection = status->isFolder();
@@ -324,23 +267,33 @@ class FolderListing {
   std::vector<const Lock*> locks_;
 };
 
+// A collection that is no folder on disk.
+ListedItem virtualCollection(const request_rec* request, std::string_view href,
+                             const PropertyAnswer& answer) {
+  constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
+  ListedItem item;
+  item.href = href;
+  item.isCollection = item.isVirtual = true;
+  item.status.mode = S_IFDIR;
+  item.status.modified = request->request_time * kNanoseconds;
+  if (answer.needsContentType()) item.contentType = kFolderType;
+  return item;
+}
+
+ListedItem listItem(const request_rec* request, const std::string& href, std::string_view prefix,
+                    const PropertyAnswer& answer) {
+  ListedItem list = virtualCollection(request, href, answer);
+  list.displayName = prefix.substr(prefix.rfind('/') + 1);
+  return list;
+}
+
 // The collection of all shares and, if wanted, each of them. A share counts when its folder exists
 // and a URL can hold its name.
 int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer, bool withShares) {
-  constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
   Output output(request);
-  request->status = HTTP_MULTI_STATUS;
-  ap_set_content_type(request, kXMLType);
-  answer.appendStart(output.text());
+  beginAnswer(request, answer, output);
   const std::string base = share.prefix + "/";
-  ListedItem list;
-  list.href = base;
-  list.isCollection = list.isVirtual = true;
-  list.status.mode = S_IFDIR;
-  list.status.modified = request->request_time * kNanoseconds;
-  list.displayName = std::string_view(share.prefix).substr(share.prefix.rfind('/') + 1);
-  if (answer.needsContentType()) list.contentType = kFolderType;
-  answer.appendResponse(output.text(), list);
+  answer.appendResponse(output.text(), listItem(request, base, share.prefix, answer));
   ShareFolders& folders = share.server->folders;
   for (const std::string& name : withShares ? folders.names() : std::vector<std::string>()) {
     const auto path = hasURL(name) ? folders.folder(name) : std::nullopt;
@@ -360,9 +313,22 @@ int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer
     answer.appendResponse(output.text(), item);
     if (!output.sendIfFull()) return OK;
   }
-  PropertyAnswer::appendEnd(output.text());
-  (void)output.sendRest();
+  endAnswer(output);
   return OK;
+}
+
+// What a request asks for, or the status to answer with.
+Result<PropertyRequest> askedBy(request_rec* request) {
+  apr_xml_doc* document = nullptr;
+  if (const int status = ap_xml_parse_input(request, &document); status != OK) {
+    return Error{"its XML cannot be read", status};
+  }
+  auto asked = propertyRequest(document, request->pool);
+  if (!asked) {
+    ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request, "PROPFIND: %s",
+                  asked.error().description.c_str());
+  }
+  return asked;
 }
 
 }  // namespace
@@ -372,18 +338,30 @@ int answerPropfind(request_rec* request, ShareRequest& share) {
   if (depth == HTTP_BAD_REQUEST) return depth;
   const bool isFile = share.kind != ShareURL::Kind::List && !share.found.target.status.isFolder();
   if (depth == HTTP_FORBIDDEN && !isFile) return refuseInfinity(request);
-  apr_xml_doc* document = nullptr;
-  if (const int status = ap_xml_parse_input(request, &document); status != OK) return status;
-  const auto asked = propertyRequest(document, request->pool);
-  if (!asked) {
-    ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request, "PROPFIND: %s",
-                  asked.error().description.c_str());
-    return asked.error().code;
-  }
+  const auto asked = askedBy(request);
+  if (!asked) return asked.error().code;
   PropertyAnswer answer(*asked, apr_time_sec(request->request_time));
   if (share.kind == ShareURL::Kind::List) return listShares(request, share, answer, depth == 1);
   if (share.found.isBelowFile) return HTTP_NOT_FOUND;
   return FolderListing(request, share, answer).run(depth == 1);
+}
+
+int answerEntrancePropfind(request_rec* request, std::string_view prefix) {
+  const int depth = depthOf(request);
+  if (depth == HTTP_BAD_REQUEST) return depth;
+  if (depth == HTTP_FORBIDDEN) return refuseInfinity(request);
+  const auto asked = askedBy(request);
+  if (!asked) return asked.error().code;
+  PropertyAnswer answer(*asked, apr_time_sec(request->request_time));
+  Output output(request);
+  beginAnswer(request, answer, output);
+  answer.appendResponse(output.text(), virtualCollection(request, "/", answer));
+  const std::string list = std::string(prefix) + "/";
+  if (depth == 1) {
+    answer.appendResponse(output.text(), listItem(request, list, prefix, answer));
+  }
+  endAnswer(output);
+  return OK;
 }
 
 }  // namespace tessel

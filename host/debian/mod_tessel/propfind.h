@@ -5,10 +5,15 @@
 
 #include <httpd.h>
 
+#include <string_view>
+
 #include "host/debian/mod_tessel/share_request.h"
 
 namespace tessel {
 
 int answerPropfind(request_rec* request, ShareRequest& share);
+
+// Of the server's root, in which there is the location at which shares are served and nothing else.
+int answerEntrancePropfind(request_rec* request, std::string_view prefix);
 
 }  // namespace tessel

@@ -16,19 +16,12 @@ namespace tessel {
 
 namespace {
 
-// A name below nothing: no other module finds a file by it.
+// Not there.
 constexpr const char* kNowhere = "/nonexistent";
 
 apr_status_t destroy(void* share) {
   delete static_cast<ShareRequest*>(share);
   return APR_SUCCESS;
-}
-
-void nameNothing(request_rec* request) {
-  request->filename = apr_pstrdup(request->pool, kNowhere);
-  request->canonical_filename = request->filename;
-  request->path_info = apr_pstrdup(request->pool, "");
-  request->finfo = apr_finfo_t{};
 }
 
 void tellApache(request_rec* request, const Found& found) {
@@ -57,6 +50,13 @@ int refuse(request_rec* request, const Error& error) {
 }
 
 }  // namespace
+
+void nameNothing(request_rec* request) {
+  request->filename = apr_pstrdup(request->pool, kNowhere);
+  request->canonical_filename = request->filename;
+  request->path_info = apr_pstrdup(request->pool, "");
+  request->finfo = apr_finfo_t{};
+}
 
 ShareRequest* shareRequestOf(request_rec* request) {
   return static_cast<ShareRequest*>(ap_get_module_config(request->request_config, &tessel_module));

@@ -45,6 +45,9 @@ bool findShare(request_rec* request, const char* prefix, ServerData& server);
 // with: 404 for private names, 403 for what the rules or the system refuse.
 void findFile(request_rec* request, ShareRequest& share);
 
+// Gives a request a file name below nothing, so that no other module finds a file by it.
+void nameNothing(request_rec* request);
+
 // The status that says this of a file: a number of errno's.
 int httpStatusOf(int number);
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/base/percent_encoding.h"
+
 namespace tessel {
 
 std::optional<ShareURL> shareURL(std::string_view location, std::string_view path) {
@@ -23,6 +25,23 @@ bool hasURL(std::string_view shareName) {
   return !shareName.empty() && shareName != "." && shareName != ".." &&
          shareName.find('/') == std::string_view::npos &&
          shareName.find('\0') == std::string_view::npos;
+}
+
+std::string urlPath(std::string_view location, std::string_view shareName, std::string_view path,
+                    bool isFolder) {
+  std::string url(location);
+  url += '/';
+  appendPercentEncoded(url, shareName);
+  while (path.ends_with('/')) path.remove_suffix(1);
+  while (!path.empty()) {
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    const std::string_view name = path.substr(0, path.find('/'));
+    url += '/';
+    appendPercentEncoded(url, name);
+    path.remove_prefix(name.size());
+  }
+  if (isFolder) url += '/';
+  return url;
 }
 
 }  // namespace tessel

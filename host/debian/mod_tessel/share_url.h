@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace tessel {
@@ -18,5 +19,10 @@ std::optional<ShareURL> shareURL(std::string_view location, std::string_view pat
 
 // Whether the share of this name has a URL.
 bool hasURL(std::string_view shareName);
+
+// The path of a file's URL, percent-encoded, with one slash between names and one at the end of a
+// folder's. `path` is the file's in the share.
+std::string urlPath(std::string_view location, std::string_view shareName, std::string_view path,
+                    bool isFolder);
 
 }  // namespace tessel

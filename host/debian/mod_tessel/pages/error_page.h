@@ -1,0 +1,13 @@
+// The page for what did not work, which says what to do.
+#pragma once
+
+#include <string>
+
+#include "host/debian/mod_tessel/pages/page.h"
+
+namespace tessel {
+
+// For a status of HTTP from 400 on.
+void appendErrorPage(std::string& page, std::string_view shares, int status);
+
+}  // namespace tessel
