@@ -131,7 +131,7 @@ int answerFolderPage(request_rec* request, const ShareRequest& share) {
   page.frame = frameOf(request, share, name);
   page.frame.trail = trail;
   const std::string zone = "Times in " + timeZone(apr_time_sec(request->request_time));
-  page.frame.footnote = zone;
+  if (!shown.empty()) page.frame.footnote = zone;
   page.order = order;
   page.folders = entries.folders();
   page.files = entries.files();

@@ -13,8 +13,7 @@ namespace tessel {
 
 void setErrorBody(request_rec* request, const char* prefix) {
   if (request->status < HTTP_BAD_REQUEST || !asksForHTML(request)) return;
-  // The mark of a text, as in an ErrorDocument.
-  std::string page = "\"";
+  std::string page;
   appendErrorPage(page, prefix, request->status);
   ap_custom_response(request, request->status, page.c_str());
   // Apache sends these in place of the request's other headers.

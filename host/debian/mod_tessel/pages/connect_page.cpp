@@ -35,31 +35,31 @@ void appendConnectPage(std::string& page, const PageFrame& frame, const ServiceA
   page += "<p>Every program that speaks WebDAV opens the shared folders at</p>\n<pre>";
   appendCode(page, web);
   page +=
-      "</pre>\n<p>with the name and password of your account on this server, the ones that you "
-      "have "
-      "signed in here with. One folder alone has its name behind the last slash.</p>\n";
+      "</pre>\n<p>with the name and password that you have signed in with here. The address of one "
+      "folder has its name after the last slash.</p>\n";
   appendSection(page, "GNOME", "In Files, under <i>Other Locations</i>, connect to", "dav" + rest,
                 ".");
-  appendSection(page, "KDE", "In Dolphin, type into the address bar", "webdav" + rest, ".");
-  appendSection(page, "Windows",
-                "In the Explorer, under <i>This PC</i>, choose <i>Map network drive</i>, and as "
-                "folder",
-                web, ". It opens files of up to 50 MB unless that limit is raised.");
-  appendSection(page, "macOS", "In the Finder, choose <i>Go, Connect to Server</i>, and type", web,
+  appendSection(page, "KDE", "In Dolphin, type this into the address bar:", "webdav" + rest, "");
+  appendSection(
+      page, "Windows",
+      "In the Explorer, choose <i>Map network drive</i>, and give this as the folder:", web,
+      " Larger files than 50 MB open once the limit of its WebClient service is raised.");
+  appendSection(page, "macOS", "In the Finder, choose <i>Go, Connect to Server</i>, and enter", web,
                 ".");
   page +=
-      "<h2>Telephones</h2>\n<p>File managers that offer <i>WebDAV</i> take the first address "
-      "above.</p>\n<h2>Command line</h2>\n<pre>";
+      "<h2>Telephones</h2>\n<p>Give the first address above to a file manager that knows "
+      "WebDAV.</p>\n<h2>Command line</h2>\n<pre>";
   appendCode(page, "curl -u NAME -T FILE '" + web + "FOLDER/'");
   page += "\n";
   appendCode(page, "sudo mount -t davfs '" + web + "' /mnt");
   page += "</pre>\n";
   if (address.isEncrypted) {
     page +=
-        "<h2>When a warning speaks of the certificate</h2>\n<p>Then your system does not know who "
-        "has issued it. Do not pass over the warning: ask the administrator of this server for the "
-        "certificate and add it to those that your system trusts. What the warning shows as its "
-        "fingerprint must be what the administrator reads out.</p>\n";
+        "<h2>When a program warns of the certificate</h2>\n<p>Your system does not know who has "
+        "issued it. Do not click the warning away: ask the administrator of this server for the "
+        "certificate, and add it to those that your system trusts. The fingerprint that the "
+        "warning "
+        "shows has to be the one that the administrator reads to you.</p>\n";
   }
   appendPageEnd(page, frame);
 }

@@ -52,8 +52,8 @@ p { margin: 0 0 .75rem; max-width: 42rem; }
 code { font: .9375em/1.5 ui-monospace, monospace; overflow-wrap: anywhere; }
 pre { margin: 0 0 .75rem; padding: .6rem .8rem; background: var(--hint); border-radius: 4px; white-space: pre-wrap; }
 .quiet, footer, caption, td, thead a { color: var(--quiet); }
-table { width: 100%; border-collapse: collapse; font-variant-numeric: tabular-nums; }
-caption { padding-bottom: .75rem; text-align: start; }
+table { width: calc(100% + 1rem); margin: 0 -.5rem; border-collapse: collapse; font-variant-numeric: tabular-nums; }
+caption { padding: 0 .5rem .75rem; text-align: start; }
 th { font-weight: inherit; text-align: start; }
 th, td { padding: 0 .5rem; border-bottom: 1px solid var(--line); vertical-align: baseline; }
 thead th { position: sticky; top: 0; background: var(--ground); font-size: .875rem; white-space: nowrap; }
