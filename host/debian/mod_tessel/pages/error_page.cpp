@@ -67,7 +67,8 @@ const Text& textFor(int status) {
 
 }  // namespace
 
-void appendErrorPage(std::string& page, std::string_view shares, int status) {
+void appendErrorPage(std::string& page, std::string_view shares, std::string_view above,
+                     int status) {
   const Text& text = textFor(status);
   PageFrame frame;
   frame.title = text.title;
@@ -76,6 +77,8 @@ void appendErrorPage(std::string& page, std::string_view shares, int status) {
   page += "<p>";
   page += text.text;
   page += "</p>\n<p><a href=\"";
+  page += above;
+  page += "\">The folder above</a></p>\n<p><a href=\"";
   page += shares;
   page += "/\">All shared folders</a></p>\n<p class=\"quiet\">Error " + std::to_string(status) +
           "</p>\n";

@@ -7,7 +7,8 @@
 
 namespace tessel {
 
-// For a status of HTTP from 400 on.
-void appendErrorPage(std::string& page, std::string_view shares, int status);
+// For a status of HTTP from 400 on. `above` leads to the folder above what was asked for.
+void appendErrorPage(std::string& page, std::string_view shares, std::string_view above,
+                     int status);
 
 }  // namespace tessel

@@ -65,7 +65,7 @@ void appendFolderStart(std::string& page, const FolderPage& folder) {
 void appendFolderEntry(std::string& page, const PageEntry& entry) {
   const std::string_view slash = entry.isFolder ? "/" : "";
   page += entry.isFolder ? "<tr class=\"folder\"><th" : "<tr><th";
-  page += " scope=\"row\"><a href=\"";
+  page += R"( scope="row"><a href=")";
   appendPercentEncoded(page, entry.name);
   page += slash;
   page += "\">";

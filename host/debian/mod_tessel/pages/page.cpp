@@ -56,8 +56,8 @@ table { width: calc(100% + 1rem); margin: 0 -.5rem; border-collapse: collapse; f
 caption { padding: 0 .5rem .75rem; text-align: start; }
 th { font-weight: inherit; text-align: start; }
 th, td { padding: 0 .5rem; border-bottom: 1px solid var(--line); vertical-align: baseline; }
-thead th { position: sticky; top: 0; background: var(--ground); font-size: .875rem; white-space: nowrap; }
-thead a { display: inline-block; padding: .4rem 0; }
+thead th { position: sticky; top: 0; padding-block: .4rem; background: var(--ground); color: var(--quiet); font-size: .875rem; white-space: nowrap; }
+thead a { display: inline-block; margin: -.4rem 0; padding: .4rem 0; }
 thead [aria-sort] a { color: var(--text); font-weight: 600; }
 [aria-sort=ascending] a::after { content: " \2191"; }
 [aria-sort=descending] a::after { content: " \2193"; }

@@ -25,7 +25,7 @@ void appendShareListPage(std::string& page, const PageFrame& frame,
   for (const ListedShare& share : shares) {
     sorted.emplace(std::pair(naturalKey(share.name), share.name), &share);
   }
-  page += "<table>\n<caption>" + shownCount(sorted.size(), "shared folder", "shared folders") +
+  page += "<table>\n<caption>" + shownCount(sorted.size(), "folder", "folders") +
           "</caption>\n<thead><tr>\n<th scope=\"col\">Name</th>\n<th scope=\"col\">Free</th>\n"
           "</tr></thead>\n<tbody>\n";
   for (const auto& [key, share] : sorted) {
