@@ -322,6 +322,8 @@ TEST_F(StateTest, TreesAreMovedAndForgottenWhole) {
   }
   ASSERT_TRUE(state().forgetTree(at("w")));
   EXPECT_EQ(propertiesOf(file("w/u")), "");
+  EXPECT_FALSE(state().forgetTree(""));
+  EXPECT_FALSE(lock(File{}, "ann"));
   EXPECT_EQ(propertiesOf(file("tt")), "x=tt");
   ASSERT_TRUE(state().forgetTree("/"));
   EXPECT_EQ(rows(), 0);

@@ -27,6 +27,14 @@ namespace {
 
 constexpr size_t kBuffer = 1 << 16;
 
+// What the kernel cannot tell the path of, because it is longer than PATH_MAX or has just gone, can
+// have no locks, so nothing is done to it.
+dav_error* checkPath(const dav_resource* resource) {
+  const Place& place = resource->info->found.target;
+  if (!fileOf(resource).path.empty() || (!place.exists() && !place.hasFolder())) return nullptr;
+  return dav_new_error(resource->pool, HTTP_FORBIDDEN, 0, 0, "The path is too long.");
+}
+
 dav_error* getResource(request_rec* request, const char* /*root*/, const char* /*label*/,
                        int /*checkedIn*/, dav_resource** resource) {
   return guarded(request->pool, [&]() -> dav_error* {
@@ -43,7 +51,7 @@ dav_error* getResource(request_rec* request, const char* /*root*/, const char* /
       return dav_new_error(request->pool, HTTP_NOT_FOUND, 0, 0, "The path goes on below a file.");
     }
     *resource = makeResource(request->pool, request, *share, share->rest, *std::move(found));
-    return nullptr;
+    return checkPath(*resource);
   });
 }
 
@@ -57,7 +65,7 @@ dav_error* getParent(const dav_resource* resource, dav_resource** parent) {
     if (!found) return fileError(resource->pool, found.error(), "The parent cannot be reached");
     *parent = makeResource(resource->pool, info.request, *info.share, std::move(above),
                            *std::move(found));
-    return nullptr;
+    return checkPath(*parent);
   });
 }
 

@@ -333,6 +333,7 @@ Result<std::vector<Lock>> State::allLocks() {
 
 Result<Lock> State::addLock(const File& file, const Lock& lock, std::time_t seconds) {
   if (!isLockToken(lock.token)) return stateError(StateError::Failed, "this is no lock token");
+  if (Status valid = checkPath(file.path); !valid) return valid.error();
   if (lock.owner.size() > kMostOwnerBytes || lock.user.size() > kMostNameBytes) {
     return stateError(StateError::TooMuch, "the owner of the lock is too long");
   }
@@ -424,6 +425,7 @@ Status State::removeLock(const std::string& token) {
 }
 
 Result<int> State::removeLocksOn(const std::string& path) {
+  if (Status valid = checkPath(path); !valid) return valid.error();
   const auto places =
       store_->read([&](StateConnection& connection) { return placesAt(connection, path); });
   if (!places) return places.error();
@@ -438,6 +440,7 @@ Result<int> State::removeLocksOn(const std::string& path) {
 }
 
 Result<int> State::removeLocksOfTree(const std::string& path) {
+  if (Status valid = checkPath(path); !valid) return valid.error();
   return store_->write([&](StateConnection& connection) -> Result<int> {
     const Tree tree(path);
     const auto files =

@@ -86,6 +86,11 @@ PathParts partsOf(std::string_view path) {
   return {path.substr(0, slash == 0 ? 1 : slash), path.substr(slash + 1)};
 }
 
+Status checkPath(std::string_view path) {
+  if (path.starts_with('/')) return {};
+  return stateError(StateError::Failed, "the path of a file is not known");
+}
+
 Tree::Tree(std::string_view path)
     : top(partsOf(path)), inside(path), first(path == "/" ? "/" : inside + '/'), afterLast(first) {
   ++afterLast.back();

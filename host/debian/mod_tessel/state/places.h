@@ -22,6 +22,8 @@ struct PathParts {
   std::string_view name;
 };
 PathParts partsOf(std::string_view path);
+// An Error of State for a path that is not absolute.
+Status checkPath(std::string_view path);
 
 // The values for a condition that holds for a path and all below.
 struct Tree {

@@ -184,6 +184,7 @@ Result<PropertyEdit> State::edit(const File& file) {
   if (!file.identity.exists()) {
     return stateError(StateError::Failed, "there is no file for properties");
   }
+  if (Status valid = checkPath(file.path); !valid) return valid.error();
   for (bool isFirst = true;; isFirst = false) {
     auto lease = store_->connection();
     if (!lease) return lease.error();
@@ -305,6 +306,7 @@ Status PropertyEdit::commit() {
 }
 
 Status State::willReplace(const File& file, const FileIdentity& next) {
+  if (Status valid = checkPath(file.path); !valid) return valid;
   const auto known =
       store_->read([&](StateConnection& connection) { return placesAt(connection, file.path); });
   if (!known) return known.error();
@@ -326,6 +328,9 @@ Status State::willReplace(const File& file, const FileIdentity& next) {
 }
 
 Status State::willCopy(const File& from, const File& to) {
+  for (const File& file : {from, to}) {
+    if (Status valid = checkPath(file.path); !valid) return valid;
+  }
   const auto isNeeded = store_->read([&](StateConnection& connection) -> Result<bool> {
     const auto source = placeOf(connection, from);
     if (!source) return source.error();
@@ -358,6 +363,9 @@ Status State::willCopy(const File& from, const File& to) {
 }
 
 Status State::willMove(const std::string& from, const std::string& to) {
+  for (const std::string& path : {from, to}) {
+    if (Status valid = checkPath(path); !valid) return valid;
+  }
   const auto isNeeded = store_->read(
       [&](StateConnection& connection) { return isAnythingIn(connection, Tree(from)); });
   if (!isNeeded) return isNeeded.error();
@@ -367,6 +375,9 @@ Status State::willMove(const std::string& from, const std::string& to) {
 }
 
 Status State::didNotMove(const std::string& from, const std::string& to) {
+  for (const std::string& path : {from, to}) {
+    if (Status valid = checkPath(path); !valid) return valid;
+  }
   const auto isNeeded =
       store_->read([&](StateConnection& connection) { return isAnythingIn(connection, Tree(to)); });
   if (!isNeeded) return isNeeded.error();
@@ -376,6 +387,7 @@ Status State::didNotMove(const std::string& from, const std::string& to) {
 }
 
 Status State::settle(const File& file) {
+  if (Status valid = checkPath(file.path); !valid) return valid;
   const auto known =
       store_->read([&](StateConnection& connection) { return placesAt(connection, file.path); });
   if (!known) return known.error();
@@ -388,6 +400,7 @@ Status State::settle(const File& file) {
 }
 
 Status State::forgetTree(const std::string& path) {
+  if (Status valid = checkPath(path); !valid) return valid;
   const auto isNeeded = store_->read(
       [&](StateConnection& connection) { return isAnythingIn(connection, Tree(path)); });
   if (!isNeeded) return isNeeded.error();

@@ -31,7 +31,8 @@ namespace tessel {
 // The folder on this host; the package makes it for Apache's user, mode 0700.
 constexpr const char* kStateFolder = "/var/lib/tessel-dav";
 
-// The code of every Error that State returns.
+// The code of every Error that State returns. What would change something at a path that is not
+// absolute is Failed: "" would mean all paths.
 enum class StateError {
   Failed = 100'000,  // the database cannot be used
   Busy,              // others have kept it busy for kLongestWait seconds
