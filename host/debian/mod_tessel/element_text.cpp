@@ -1,8 +1,8 @@
 #include "host/debian/mod_tessel/element_text.h"
 
+#include <algorithm>
 #include <set>
 #include <string_view>
-#include <vector>
 
 #include "host/debian/mod_tessel/property_request.h"
 
@@ -47,7 +47,11 @@ class Writer {
     }
   }
 
-  const std::vector<PropertyName>& names() const { return names_; }
+  bool isWellFormed(apr_pool_t* pool) const {
+    return areWellFormed(names_, pool) &&
+           std::all_of(used_.begin(), used_.end(),
+                       [this](int number) { return tessel::isWellFormed(uri(number)); });
+  }
 
   void write(const apr_xml_elem* element, const char* language) {
     text_ += '<';
@@ -90,8 +94,13 @@ class Writer {
 
  private:
   void add(int number, const char* name) {
+    // Each once: a client may repeat a long namespace thousands of times.
     if (number >= 0) used_.insert(number);
-    names_.push_back({number >= 0 ? uri(number) : "", name});
+    std::string_view local = name;
+    // The parser leaves this prefix, the only one that needs no declaration, where it is.
+    constexpr std::string_view kReserved = "xml:";
+    if (number < 0 && local.starts_with(kReserved)) local.remove_prefix(kReserved.size());
+    names_.insert(local);
   }
 
   const char* uri(int number) const { return APR_XML_GET_URI_ITEM(namespaces_, number); }
@@ -117,7 +126,7 @@ class Writer {
 
   const apr_array_header_t* namespaces_;
   std::set<int> used_;
-  std::vector<PropertyName> names_;
+  std::set<std::string_view> names_;
   std::string text_;
   size_t nameSize_ = 0;
 };
@@ -128,7 +137,7 @@ Result<std::string> elementText(const apr_xml_elem* element, const apr_array_hea
                                 apr_pool_t* pool) {
   Writer writer(namespaces);
   writer.collect(element);
-  if (!areWellFormed(writer.names(), pool)) return Error{"a name is ill-formed", 0};
+  if (!writer.isWellFormed(pool)) return Error{"a name is ill-formed", 0};
   writer.write(element, nullptr);
   return writer.take();
 }

@@ -1,7 +1,6 @@
 #include "host/debian/mod_tessel/property_request.h"
 
 #include <cstring>
-#include <set>
 
 namespace tessel {
 
@@ -17,7 +16,9 @@ bool isDAV(const apr_xml_elem* element, const char* name) {
 Status readNames(const apr_xml_doc* document, const apr_xml_elem* list, apr_pool_t* pool,
                  std::vector<PropertyName>& wanted) {
   std::set<PropertyName> known;
+  std::set<std::string_view> names;
   size_t bytes = 0;
+  size_t bytesOfNameSpaces = 0;
   for (const apr_xml_elem* property = list->first_child; property != nullptr;
        property = property->next) {
     const bool hasNameSpace = property->ns != APR_XML_NS_NONE;
@@ -25,25 +26,30 @@ Status readNames(const apr_xml_doc* document, const apr_xml_elem* list, apr_pool
                       property->name};
     if (!known.insert(name).second) continue;
     bytes += name.name.size();
-    if (known.size() > kMostNames || bytes > kMostBytesOfNames) {
+    bytesOfNameSpaces += name.nameSpace.size();
+    if (known.size() > kMostNames || bytes > kMostBytesOfNames ||
+        bytesOfNameSpaces > kMostBytesOfNameSpaces) {
       return Error{"more properties than one request may ask for", kTooLarge};
     }
+    if (!isWellFormed(name.nameSpace)) return Error{"a namespace is ill-formed", kBadRequest};
+    names.insert(property->name);
     wanted.push_back(std::move(name));
   }
-  if (!areWellFormed(wanted, pool)) return Error{"a name is ill-formed", kBadRequest};
+  if (!areWellFormed(names, pool)) return Error{"a name is ill-formed", kBadRequest};
   return {};
 }
 
 }  // namespace
 
-bool areWellFormed(const std::vector<PropertyName>& names, apr_pool_t* pool) {
+bool isWellFormed(std::string_view nameSpace) {
+  return nameSpace.find_first_of("\t\n\r") == std::string_view::npos;
+}
+
+bool areWellFormed(const std::set<std::string_view>& names, apr_pool_t* pool) {
   std::string tags = "<names>";
-  for (const PropertyName& property : names) {
-    if (property.name.find(':') != std::string::npos ||
-        property.nameSpace.find_first_of("\t\n\r") != std::string::npos) {
-      return false;
-    }
-    tags += "<" + property.name + "/>";
+  for (const std::string_view name : names) {
+    if (name.find(':') != std::string_view::npos) return false;
+    tags.append("<").append(name).append("/>");
   }
   tags += "</names>";
   apr_xml_parser* parser = apr_xml_parser_create(pool);

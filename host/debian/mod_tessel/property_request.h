@@ -4,7 +4,9 @@
 #include <apr_xml.h>
 
 #include <cstddef>
+#include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -30,14 +32,18 @@ struct PropertyRequest {
 // each file.
 inline constexpr std::size_t kMostNames = 1000;
 inline constexpr std::size_t kMostBytesOfNames = 65536;
+// Of their namespaces, counted with each name, since each has its own copy of it here.
+inline constexpr std::size_t kMostBytesOfNameSpaces = 1048576;
 
 // What the document asks for. No document asks for everything. An Error has the status of HTTP to
 // answer with: 400 when it is no propfind element with something in it that is understood, or when
 // its names are ill-formed; 413 beyond the bounds.
 Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool);
 
-// Whether an answer can repeat these names. The parser does not look at what follows a prefix, and
-// lets "a:1" and "a:b:c" through.
-bool areWellFormed(const std::vector<PropertyName>& names, apr_pool_t* pool);
+// Whether an answer can repeat these names, without their prefixes. The parser does not look at what
+// follows a prefix, and lets "a:1" and "a:b:c" through.
+bool areWellFormed(const std::set<std::string_view>& names, apr_pool_t* pool);
+// The same of a namespace, which stands in an attribute.
+bool isWellFormed(std::string_view nameSpace);
 
 }  // namespace tessel

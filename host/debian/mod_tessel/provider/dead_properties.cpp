@@ -10,6 +10,7 @@
 #include <http_log.h>
 #include <http_protocol.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -126,6 +127,11 @@ dav_error* store(dav_db* database, const dav_prop_name* name, const apr_xml_elem
                  dav_namespace_map* map) {
   request_rec* request = database->resource->info->request;
   return guarded(request->pool, [&]() -> dav_error* {
+    // Before any work that takes longer the longer it is.
+    if (std::strlen(name->ns) + std::strlen(name->name) > kMostNameBytes) {
+      return dav_new_error(request->pool, HTTP_INSUFFICIENT_STORAGE, 0, 0,
+                           "The name of the property is too long.");
+    }
     auto text = elementText(element, map->namespaces, request->pool);
     if (!text) {
       return dav_new_error(request->pool, HTTP_BAD_REQUEST, 0, 0, "The property is ill-formed.");
