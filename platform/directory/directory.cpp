@@ -187,7 +187,7 @@ Result<std::optional<DirectoryRecord>> DirectoryNode::sharePoint(const std::stri
   return std::optional<DirectoryRecord>();
 }
 
-DirectoryRecord DirectoryNode::sharePointInPlaceOf(std::string_view name) const {
+DirectoryRecord DirectoryNode::sharePointInPlaceOf(std::string_view name) {
   return DirectoryRecord(recordFileName(name));
 }
 

@@ -92,8 +92,8 @@ class DirectoryNode {
   Result<std::optional<DirectoryRecord>> sharePoint(const std::string& name) const;
 
   // The record in the file that is named after this name, whatever it says and whether or not there
-  // is one.
-  DirectoryRecord sharePointInPlaceOf(std::string_view name) const;
+  // is one. It has no file where there is no node.
+  static DirectoryRecord sharePointInPlaceOf(std::string_view name);
 
   // Makes a share point of this name with these attributes beside the name. Fails when anything
   // stands in its file's place, even if it is no record, when the name or a value is no text that a

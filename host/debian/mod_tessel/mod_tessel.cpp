@@ -75,13 +75,17 @@ int translateName(request_rec* request) {
   return findShare(request, prefix, *server) ? OK : DECLINED;
 }
 
-// Before authentication, in place of Apache's walk through <Directory> sections.
+// In place of Apache's walk through <Directory> sections.
 int mapToStorage(request_rec* request) {
   if (isEntrance(request)) return OK;
+  return shareRequestOf(request) == nullptr ? DECLINED : OK;
+}
+
+// After authentication, and before the type is told from what was found.
+int find(request_rec* request) {
   ShareRequest* share = shareRequestOf(request);
-  if (share == nullptr) return DECLINED;
-  findFile(request, *share);
-  return OK;
+  if (share != nullptr) findFile(request, *share);
+  return DECLINED;
 }
 
 // Whether the request would remove, replace or move what it names. mod_dav looks up the destination
@@ -187,6 +191,7 @@ void registerHooks(apr_pool_t* pool) {
   ap_hook_child_init(openState, nullptr, nullptr, APR_HOOK_MIDDLE);
   ap_hook_translate_name(safely<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_map_to_storage(safely<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
+  ap_hook_type_checker(safely<find>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_fixups(safely<decide>, nullptr, nullptr, APR_HOOK_LAST);
   ap_hook_handler(safely<answer>, nullptr, nullptr, APR_HOOK_MIDDLE);
   ap_hook_insert_error_filter(giveErrorBody, nullptr, nullptr, APR_HOOK_MIDDLE);

@@ -29,9 +29,7 @@ std::optional<std::string> servedFolder(const std::optional<SharePoint>& share) 
 }  // namespace
 
 std::optional<std::string> ShareFolders::folder(const std::string& name) {
-  const auto node = openLocalNode();
-  if (!node) return std::nullopt;
-  const auto inPlace = read(node->sharePointInPlaceOf(name));
+  const auto inPlace = read(DirectoryNode::sharePointInPlaceOf(name));
   return inPlace && inPlace->name == name ? servedFolder(inPlace) : misplacedFolder(name);
 }
 
@@ -82,7 +80,11 @@ std::vector<SharePoint> ShareFolders::lookThrough() {
   std::vector<SharePoint> shares;
   const auto node = openLocalNode();
   const auto records = node ? node->sharePoints() : node.error();
-  if (!records) return shares;
+  if (!records) {
+    const std::unique_lock lock(mutex_);
+    misplaced_.clear();
+    return shares;
+  }
   std::map<std::string, SharePoint> misplaced;
   std::set<std::string> files;
   for (const DirectoryRecord& record : *records) {
@@ -90,7 +92,7 @@ std::vector<SharePoint> ShareFolders::lookThrough() {
     const auto share = read(record);
     if (!share) continue;
     shares.push_back(*share);
-    if (node->sharePointInPlaceOf(share->name).fileName() != record.fileName()) {
+    if (DirectoryNode::sharePointInPlaceOf(share->name).fileName() != record.fileName()) {
       misplaced.emplace(share->name, *share);
     }
   }

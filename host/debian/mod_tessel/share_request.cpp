@@ -85,7 +85,8 @@ bool findShare(request_rec* request, const char* prefix, ServerData& server) {
 }
 
 void findFile(request_rec* request, ShareRequest& share) {
-  if (!share.isKnown) return;
+  if (!share.isKnown || share.wasLookedFor) return;
+  share.wasLookedFor = true;
   auto folder = openSharedFolder(share.folderPath);
   if (!folder) {
     // A share without its folder is none, as in the list.

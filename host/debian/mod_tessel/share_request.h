@@ -28,7 +28,8 @@ struct ShareRequest {
   std::string rest;        // of the path, below the share
   bool isKnown = false;    // whether there is such a share
   std::string folderPath;  // of the share
-  FileDescriptor folder;   // of the share
+  bool wasLookedFor = false;
+  FileDescriptor folder;  // of the share
   Found found;
   bool isTaken = false;  // whether mod_dav has what was found
   ServerData* server = nullptr;
@@ -42,7 +43,8 @@ bool findShare(request_rec* request, const char* prefix, ServerData& server);
 
 // Opens what the request means and tells Apache of it as far as Apache needs it: whether it is a
 // file or a folder, under a name that leads nowhere but tells the type. Sets the status to answer
-// with: 404 for private names, 403 for what the rules or the system refuse.
+// with: 404 for private names, 403 for what the rules or the system refuse. Only the first call does
+// anything.
 void findFile(request_rec* request, ShareRequest& share);
 
 // Gives a request a file name below nothing, so that no other module finds a file by it.

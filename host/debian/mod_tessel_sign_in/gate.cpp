@@ -255,6 +255,13 @@ bool Gate::isRefused(std::uint64_t user) {
   return std::find(begin, begin + tables_->refusedCount, user) != begin + tables_->refusedCount;
 }
 
+bool Gate::isGranted(const SignInTag& tag, std::int64_t now) {
+  const Lock lock(tables_);
+  if (tables_->refusedCount != 0) return false;
+  const Remembered* known = tables_->find(tag, now);
+  return known != nullptr && now < known->renewed;
+}
+
 Entry Gate::enter(const SignInTag& tag, const Client& client, bool isNew, std::int64_t now) {
   const Lock lock(tables_);
   Entry entry;

@@ -79,6 +79,10 @@ class Gate {
   bool setRefused(const std::vector<std::uint64_t>& users);
   bool isRefused(std::uint64_t user);
 
+  // Whether a password is known to be right and not yet due to be checked anew, as with most
+  // requests; then enter() need not be asked. False whenever there are accounts that isRefused().
+  bool isGranted(const SignInTag& tag, std::int64_t now);
+
   // Whether and how a sign-in goes on. Who may not be remembered (`isNew`) is always checked.
   Entry enter(const SignInTag& tag, const Client& client, bool isNew, std::int64_t now);
 

@@ -92,28 +92,22 @@ bool isCheckable(std::string_view text) {
 class SignIn {
  public:
   SignIn(request_rec* request, Gate gate, std::string user, std::string password)
-      : request_(request), gate_(gate), user_(std::move(user)), password_(std::move(password)) {
-    const std::string address = addressKey(request->useragent_ip);
-    client_.user = gate_.keyOf("user\n" + user_);
-    client_.both = gate_.keyOf("both\n" + user_ + "\n" + address);
-    if (!address.empty()) client_.address = gate_.keyOf("address\n" + address);
-  }
+      : request_(request), gate_(gate), user_(std::move(user)), password_(std::move(password)) {}
   SignIn(const SignIn&) = delete;
   SignIn& operator=(const SignIn&) = delete;
   SignIn(SignIn&&) = delete;
   SignIn& operator=(SignIn&&) = delete;
   ~SignIn() { ::explicit_bzero(password_.data(), password_.size()); }
 
-  // OK, or the status to answer with. Who is not eligible is refused, whatever the password.
-  int decide(bool isEligible) {
-    // A change of any password makes all be asked for anew.
-    const FileStamp stamp = fileStamp("/etc/shadow");
-    std::string text(reinterpret_cast<const char*>(stamp.data()), sizeof stamp);
-    text += user_ + "\n" + password_;
-    const auto tag = gate_.tagOf(text);
-    ::explicit_bzero(text.data(), text.size());
+  // OK, or the status to answer with. Who is not eligible is refused, whatever the password. Tells
+  // in `isAtOnce` whether the answer was known.
+  int decide(bool isEligible, bool& isAtOnce) {
+    const auto tag = makeTag();
     if (!tag) return fail(tag.error().description.c_str());
+    isAtOnce = isEligible && gate_.isGranted(*tag, Gate::now());
+    if (isAtOnce) return OK;
 
+    countAs(addressKey(request_->useragent_ip));
     if (gate_.isRefused(client_.user)) isEligible = false;
     const Entry entry = gate_.enter(*tag, client_, !isEligible, Gate::now());
     switch (entry.kind) {
@@ -146,6 +140,24 @@ class SignIn {
   }
 
  private:
+  Result<SignInTag> makeTag() const {
+    // A change of any password makes all be asked for anew.
+    const FileStamp stamp = fileStamp("/etc/shadow");
+    std::string text;
+    text.reserve(sizeof stamp + user_.size() + 1 + password_.size());
+    text.append(reinterpret_cast<const char*>(stamp.data()), sizeof stamp);
+    text.append(user_).append("\n").append(password_);
+    auto tag = gate_.tagOf(text);
+    ::explicit_bzero(text.data(), text.size());
+    return tag;
+  }
+
+  void countAs(const std::string& address) {
+    client_.user = gate_.keyOf("user\n" + user_);
+    client_.both = gate_.keyOf("both\n" + user_ + "\n" + address);
+    if (!address.empty()) client_.address = gate_.keyOf("address\n" + address);
+  }
+
   int fail(const char* reason) {
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request_, "sign-in not checked: %s", reason);
     return later(HTTP_SERVICE_UNAVAILABLE, kSecondsWhenBusy);
@@ -228,8 +240,16 @@ int authenticate(request_rec* request) {
   const auto* server = configOf<Server>(request->server->module_config);
   SignIn signIn(request, Gate(server->gateMemory), user, password);
   if (!isCheckable(user) || !isCheckable(password)) return signIn.refuse();
-  return signIn.decide(location->group == nullptr ||
-                       server->memberships->isMember(user, location->group));
+  const bool isMember = location->group == nullptr ||
+                        server->memberships->isMember(user, location->group);
+  bool isAtOnce = false;
+  const int status = signIn.decide(isMember, isAtOnce);
+  // Authorization, which follows at once, need not look it up again.
+  if (isAtOnce && location->group != nullptr) {
+    ap_set_module_config(request->request_config, &tessel_sign_in_module,
+                         const_cast<char*>(location->group));
+  }
+  return status;
 }
 
 // The boundary to Apache, which is C: no exception may cross it.
@@ -245,10 +265,12 @@ int authenticateGuarded(request_rec* request) {
 authz_status checkGroup(request_rec* request, const char* groups, const void* /*parsed*/) {
   if (request->user == nullptr) return AUTHZ_DENIED_NO_USER;
   const auto* server = configOf<Server>(request->server->module_config);
+  const auto* known = configOf<const char>(request->request_config);
   try {
     for (const char* group = ap_getword_conf(request->pool, &groups); *group != '\0';
          group = ap_getword_conf(request->pool, &groups)) {
-      if (server->memberships->isMember(request->user, group)) return AUTHZ_GRANTED;
+      const bool isKnown = known != nullptr && std::strcmp(known, group) == 0;
+      if (isKnown || server->memberships->isMember(request->user, group)) return AUTHZ_GRANTED;
     }
   } catch (...) {
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "out of memory");

@@ -6,6 +6,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <vector>
@@ -19,6 +20,7 @@ namespace {
 
 constexpr const char* kAccessList = "system.posix_acl_access";
 constexpr mode_t kPermissions = 0777;
+constexpr mode_t kAllModeBits = 07777;
 
 // Whether the disk, or the share of it that a user may have, is full. Other failures to keep an
 // attribute are those of file systems that have none, or of files that may not be read.
@@ -43,30 +45,41 @@ Status setAttribute(const std::string& path, const char* name, const std::vector
   return isFull(errno) ? Status(systemError(name, errno)) : Status();
 }
 
-}  // namespace
+// The names of a file's extended attributes, those of its access lists among them.
+std::vector<std::string> attributeNames(const std::string& path) {
+  std::vector<std::string> names;
+  const ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
+  if (size <= 0) return names;
+  std::string list(static_cast<size_t>(size), '\0');
+  const ssize_t listed = ::listxattr(path.c_str(), list.data(), list.size());
+  if (listed <= 0) return names;
+  list.resize(static_cast<size_t>(listed));
+  for (size_t at = 0; at < list.size(); at += names.back().size() + 1) {
+    names.emplace_back(list.c_str() + at);
+  }
+  return names;
+}
 
-Status copyUserAttributes(const std::string& from, const std::string& to) {
-  const ssize_t size = ::listxattr(from.c_str(), nullptr, 0);
-  if (size <= 0) return {};
-  std::string names(static_cast<size_t>(size), '\0');
-  const ssize_t listed = ::listxattr(from.c_str(), names.data(), names.size());
-  if (listed <= 0) return {};
-  names.resize(static_cast<size_t>(listed));
-  for (size_t at = 0; at < names.size(); at += names.find('\0', at) - at + 1) {
-    const char* name = names.data() + at;
-    if (!std::string_view(name).starts_with("user.")) continue;
-    const auto value = attribute(from, name);
+Status copyUserAttributes(const std::vector<std::string>& names, const std::string& from,
+                          const std::string& to) {
+  for (const std::string& name : names) {
+    if (!name.starts_with("user.")) continue;
+    const auto value = attribute(from, name.c_str());
     if (!value) continue;
-    if (Status set = setAttribute(to, name, *value); !set) return set;
+    if (Status set = setAttribute(to, name.c_str(), *value); !set) return set;
   }
   return {};
 }
 
+}  // namespace
+
+Status copyUserAttributes(const std::string& from, const std::string& to) {
+  return copyUserAttributes(attributeNames(from), from, to);
+}
+
 Result<NewFile> NewFile::create(const FileDescriptor& folder, mode_t mode) {
   NewFile made;
-  auto parent = duplicate(folder);
-  if (!parent) return parent.error();
-  made.folder_ = *std::move(parent);
+  made.folder_ = &folder;
   made.file_ = FileDescriptor(::openat(folder.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
   if (made.file_) return made;
   // EISDIR comes from kernels, and EINVAL from file systems in user space, that do not know it.
@@ -84,7 +97,7 @@ Result<NewFile> NewFile::create(const FileDescriptor& folder, mode_t mode) {
 }
 
 NewFile::~NewFile() {
-  if (!hiddenName_.empty()) (void)::unlinkat(folder_.get(), hiddenName_.c_str(), 0);
+  if (!hiddenName_.empty()) (void)::unlinkat(folder_->get(), hiddenName_.c_str(), 0);
 }
 
 Status NewFile::write(std::string_view bytes) { return writeAll(file_.get(), bytes); }
@@ -142,55 +155,63 @@ void NewFile::keepRights(AccessList& list, const FileStatus& replaced) const {
 
 Status NewFile::takeAttributesOf(const FileDescriptor& item, const FileStatus& status) {
   const std::string from = descriptorPath(item.get());
-  const std::string to = descriptorPath(file_.get());
+  const auto names = attributeNames(from);
   const auto own = statusOf(file_.get());
   if (!own) return own.error();
   if (own->group != status.group) {
     // The kernel lets this process give away a file to groups that it is in.
     [[maybe_unused]] const int given = ::fchown(file_.get(), static_cast<uid_t>(-1), status.group);
   }
-  const auto bytes = attribute(from, kAccessList);
-  auto list = bytes ? AccessList::fromBytes({bytes->data(), bytes->size()}) : bytes.error();
-  if (list) {
-    keepRights(*list, status);
-    if (Status set = setAccessList(file_.get(), *list); !set) return set;
-  } else {
-    (void)::fremovexattr(file_.get(), kAccessList);
-    // What runs with its owner's rights must not, with another content and owner.
-    if (::fchmod(file_.get(), status.mode & kPermissions) != 0) {
-      return systemError("the mode cannot be set", errno);
+  if (std::find(names.begin(), names.end(), kAccessList) != names.end()) {
+    const auto bytes = attribute(from, kAccessList);
+    auto list = bytes ? AccessList::fromBytes({bytes->data(), bytes->size()}) : bytes.error();
+    if (list) {
+      keepRights(*list, status);
+      if (Status set = setAccessList(file_.get(), *list); !set) return set;
+      return copyUserAttributes(names, from, descriptorPath(file_.get()));
     }
   }
-  return copyUserAttributes(from, to);
+  // The folder may have given it a list.
+  if (::flistxattr(file_.get(), nullptr, 0) != 0) (void)::fremovexattr(file_.get(), kAccessList);
+  // What runs with its owner's rights must not, with another content and owner.
+  const mode_t mode = status.mode & kPermissions;
+  if ((own->mode & kAllModeBits) != mode && ::fchmod(file_.get(), mode) != 0) {
+    return systemError("the mode cannot be set", errno);
+  }
+  return copyUserAttributes(names, from, descriptorPath(file_.get()));
+}
+
+bool NewFile::link(const std::string& name) const {
+  // Before Linux 6.10 only privileged processes may link a file by its descriptor, and all others
+  // are told that there is none.
+  const int folder = folder_->get();
+  if (::linkat(file_.get(), "", folder, name.c_str(), AT_EMPTY_PATH) == 0) return true;
+  if (errno != ENOENT && errno != EPERM) return false;
+  return ::linkat(AT_FDCWD, descriptorPath(file_.get()).c_str(), folder, name.c_str(),
+                  AT_SYMLINK_FOLLOW) == 0;
 }
 
 Status NewFile::giveHiddenName() {
   auto name = newHiddenName();
   if (!name) return name.error();
-  if (::linkat(AT_FDCWD, descriptorPath(file_.get()).c_str(), folder_.get(), name->c_str(),
-               AT_SYMLINK_FOLLOW) != 0) {
-    return systemError("cannot be put in place", errno);
-  }
+  if (!link(*name)) return systemError("cannot be put in place", errno);
   hiddenName_ = *std::move(name);
   return {};
 }
 
 Status NewFile::publish(const std::string& name, bool replaces) {
   if (!replaces && hiddenName_.empty()) {
-    if (::linkat(AT_FDCWD, descriptorPath(file_.get()).c_str(), folder_.get(), name.c_str(),
-                 AT_SYMLINK_FOLLOW) != 0) {
-      return systemError("cannot be put in place", errno);
-    }
-    return {};
+    return link(name) ? Status() : systemError("cannot be put in place", errno);
   }
   // A link cannot replace; a rename can.
   if (hiddenName_.empty()) {
     if (Status named = giveHiddenName(); !named) return named;
   }
-  int result = ::renameat2(folder_.get(), hiddenName_.c_str(), folder_.get(), name.c_str(),
+  const int folder = folder_->get();
+  int result = ::renameat2(folder, hiddenName_.c_str(), folder, name.c_str(),
                            replaces ? 0 : RENAME_NOREPLACE);
   if (result != 0 && !replaces && errno == EINVAL) {
-    result = ::linkat(folder_.get(), hiddenName_.c_str(), folder_.get(), name.c_str(), 0);
+    result = ::linkat(folder, hiddenName_.c_str(), folder, name.c_str(), 0);
     if (result == 0) return {};  // the hidden name goes at the end
   }
   if (result != 0) return systemError("cannot be put in place", errno);

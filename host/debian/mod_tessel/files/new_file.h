@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/debian/mod_tessel/files/place.h"
 #include "platform/files/access_list.h"
@@ -15,7 +16,8 @@ namespace tessel {
 
 class NewFile {
  public:
-  // A new file in this folder, with this mode less the umask (or by the folder's default list).
+  // A new file in this folder, which has to outlive it, with this mode less the umask (or by the
+  // folder's default list).
   static Result<NewFile> create(const FileDescriptor& folder, mode_t mode);
   NewFile(NewFile&&) = default;
   NewFile& operator=(NewFile&&) = delete;
@@ -38,13 +40,17 @@ class NewFile {
   // Puts it in place in the folder in which it was made. What is there, a file or a link, is
   // replaced if `replaces`; else that is an EEXIST.
   Status publish(const std::string& name, bool replaces);
+  // The file itself, once it was published.
+  FileDescriptor release() { return std::move(file_); }
 
  private:
   NewFile() = default;
+  // Gives it a name; false, with errno, when it cannot have that.
+  bool link(const std::string& name) const;
   Status giveHiddenName();
   void keepRights(AccessList& list, const FileStatus& replaced) const;
 
-  FileDescriptor folder_;
+  const FileDescriptor* folder_ = nullptr;
   FileDescriptor file_;
   std::string hiddenName_;  // that it has now; empty for none
 };

@@ -42,9 +42,11 @@ dav_error* getResource(request_rec* request, const char* /*root*/, const char* /
     if (share == nullptr || share->kind == ShareURL::Kind::List || !share->isKnown) {
       return dav_new_error(request->pool, HTTP_NOT_FOUND, 0, 0, "no share");
     }
-    // Looked for anew: another resource of the request may have taken what was found, or changed
-    // it.
-    auto found = findBelow(share->folder, share->rest);
+    // Before the body of a request is read, what was found for it a moment ago is as good as new.
+    // Else it is looked for anew: another resource of the request may have changed it.
+    const bool isFresh = request->method_number == M_PUT && share->wasLookedFor && !share->isTaken;
+    share->isTaken = true;
+    auto found = isFresh ? std::move(share->found) : findBelow(share->folder, share->rest);
     if (!found) return fileError(request->pool, found.error(), "The resource cannot be reached");
     if (found->isBelowFile && request->method_number != M_MKCOL &&
         request->method_number != M_PUT) {
@@ -177,19 +179,17 @@ dav_error* publish(dav_stream* stream) {
   if (!made) return writeError(stream, made.error());
   State& state = stateOf(resource);
   File known = fileOf(resource);
-  if (Status ready = state.willReplace(known, made->identity); !ready) {
-    return stateError(request, ready.error());
-  }
+  const auto isKnown = state.willReplace(known, made->identity);
+  if (!isKnown) return stateError(request, isKnown.error());
   Status published = file.publish(place.name, place.exists());
   // Somebody else was faster; the last one wins, as it would have a moment later.
   if (!published && published.error().code == EEXIST) published = file.publish(place.name, true);
   if (!published) return writeError(stream, published);
   known.identity = made->identity;
-  (void)state.settle(known);
+  if (*isKnown) (void)state.settle(known);
   Place& now = resource->info->found.target;
   now.status = *made;
-  now.item.reset();
-  if (auto item = duplicate(file.descriptor())) now.item = *std::move(item);
+  now.item = file.release();
   resource->info->file = std::move(known);
   return nullptr;
 }

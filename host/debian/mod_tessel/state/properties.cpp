@@ -305,13 +305,13 @@ Status PropertyEdit::commit() {
   return {};
 }
 
-Status State::willReplace(const File& file, const FileIdentity& next) {
-  if (Status valid = checkPath(file.path); !valid) return valid;
+Result<bool> State::willReplace(const File& file, const FileIdentity& next) {
+  if (const Status valid = checkPath(file.path); !valid) return valid.error();
   const auto known =
       store_->read([&](StateConnection& connection) { return placesAt(connection, file.path); });
   if (!known) return known.error();
-  if (known->empty()) return {};
-  return store_->write([&](StateConnection& connection) -> Status {
+  if (known->empty()) return false;
+  return store_->write([&](StateConnection& connection) -> Result<bool> {
     const auto places = placesAt(connection, file.path);
     if (!places) return places.error();
     // What is known of the file itself goes before a lock on its name.
@@ -320,10 +320,13 @@ Status State::willReplace(const File& file, const FileIdentity& next) {
         const bool isMeant =
             isName ? !place.identity.exists()
                    : file.identity.exists() && place.identity.isSameFile(file.identity);
-        if (isMeant) return addPlace(connection, file.path, next, place.file, store_->now());
+        if (!isMeant) continue;
+        const Status added = addPlace(connection, file.path, next, place.file, store_->now());
+        if (!added) return added.error();
+        return true;
       }
     }
-    return {};
+    return true;
   });
 }
 

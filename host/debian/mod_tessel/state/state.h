@@ -168,8 +168,9 @@ class State {
   // become of it afterwards. Each takes some microseconds when there is nothing to do.
 
   // Before `next` replaces `file` at its path (PUT): its properties and locks are then those of
-  // both. Also when `file` does not exist: a lock on its name then holds for `next`.
-  Status willReplace(const File& file, const FileIdentity& next);
+  // both. Also when `file` does not exist: a lock on its name then holds for `next`. False when
+  // nothing is known of the path; then there is nothing to settle() either.
+  Result<bool> willReplace(const File& file, const FileIdentity& next);
   // Before `to` appears, complete, at its path (COPY): gives it the properties of `from`, and those
   // only. Locks are not copied.
   Status willCopy(const File& from, const File& to);
