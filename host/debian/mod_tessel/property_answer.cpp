@@ -178,16 +178,14 @@ void appendLock(std::string& text, const Lock& lock, std::time_t now) {
   text += "</D:href></D:locktoken></D:activelock>";
 }
 
-void appendElement(std::string& text, std::string_view tag, bool isOpening) {
-  text += isOpening ? "<" : "</";
-  text += tag;
-  text += '>';
-}
-
 void appendEmptyElement(std::string& text, std::string_view tag) {
   text += '<';
   text += tag;
   text += "/>";
+}
+
+std::int64_t creationOf(const FileStatus& status) {
+  return status.identity.birth != 0 ? status.identity.birth : status.changed;
 }
 
 const Known* knownBy(const PropertyName& name) {
@@ -236,7 +234,7 @@ bool appendValue(std::string& text, LiveProperty property, const ListedItem& ite
       if (item.isCollection) text += "<D:collection/>";
       break;
     case LiveProperty::CreationDate:
-      appendISODate(text, status.identity.birth != 0 ? status.identity.birth : status.changed);
+      appendISODate(text, creationOf(status));
       break;
     case LiveProperty::ContentLength:
       appendNumber(text, status.size);
@@ -276,11 +274,13 @@ bool appendValue(std::string& text, LiveProperty property, const ListedItem& ite
 PropertyAnswer::PropertyAnswer(const PropertyRequest& request, std::time_t now)
     : kind_(request.kind), now_(now), needsProperties_(kind_ != PropertyRequest::Kind::Some) {
   for (const PropertyName& name : request.wanted) {
-    Wanted wanted{name, std::nullopt, {}};
+    Wanted wanted{name, std::nullopt, {}, {}, {}};
     if (const Known* known = knownBy(name)) {
       if (kind_ == PropertyRequest::Kind::All && known->isAmongAll) continue;
       wanted.live = known->property;
       wanted.tag = known->tag();
+      wanted.start = known->start;
+      wanted.end = known->end;
     } else if (name.nameSpace == kDAV) {
       wanted.tag = "D:" + name.name;
     } else if (name.nameSpace.empty()) {
@@ -341,22 +341,41 @@ void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {
       appendEmptyElement(text, known.tag());
       continue;
     }
-    text += known.start;
-    (void)appendValue(text, known.property, item, now_);
-    text += known.end;
+    (void)appendLive(text, known.start, known.end, known.property, item);
   }
 }
 
-void PropertyAnswer::appendWanted(const Wanted& wanted, const ListedItem& item, std::string& text) {
-  if (wanted.live) {
-    const size_t before = text.size();
-    appendElement(text, wanted.tag, true);
-    if (appendValue(text, *wanted.live, item, now_)) {
-      appendElement(text, wanted.tag, false);
-      return;
+bool PropertyAnswer::appendLive(std::string& text, std::string_view start, std::string_view end,
+                                LiveProperty property, const ListedItem& item) {
+  if (!hasValue(property, item)) return false;
+  text += start;
+  const size_t before = text.size();
+  if (property == LiveProperty::CreationDate || property == LiveProperty::LastModified) {
+    const bool isCreation = property == LiveProperty::CreationDate;
+    WrittenDate& date = isCreation ? created_ : modified_;
+    const std::chrono::nanoseconds time(isCreation ? creationOf(item.status)
+                                                   : item.status.modified);
+    const std::int64_t second = std::chrono::floor<std::chrono::seconds>(time).count();
+    if (date.text.empty() || date.second != second) {
+      date.second = second;
+      date.text.clear();
+      (void)appendValue(date.text, property, item, now_);
     }
-    text.resize(before);
+    text += date.text;
+  } else {
+    (void)appendValue(text, property, item, now_);
   }
+  if (text.size() > before) {
+    text += end;
+  } else {
+    text.back() = '/';
+    text += '>';
+  }
+  return true;
+}
+
+void PropertyAnswer::appendWanted(const Wanted& wanted, const ListedItem& item, std::string& text) {
+  if (wanted.live && appendLive(text, wanted.start, wanted.end, *wanted.live, item)) return;
   const auto key = std::tie(wanted.name.name, wanted.name.nameSpace);
   const auto set = std::lower_bound(index_.begin(), index_.end(), key,
                                     [](const Property* property, const auto& sought) {

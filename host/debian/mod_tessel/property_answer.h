@@ -75,10 +75,19 @@ class PropertyAnswer {
   struct Wanted {
     PropertyName name;
     std::optional<LiveProperty> live;
-    std::string tag;  // with prefix, without brackets
+    std::string tag;              // with prefix, without brackets
+    std::string_view start, end;  // of a live one's element
+  };
+
+  struct WrittenDate {
+    std::int64_t second = 0;
+    std::string text;  // empty before the first
   };
 
   bool needs(LiveProperty property) const;
+  // An element with the value of a property; false, and nothing, when the item has none.
+  bool appendLive(std::string& text, std::string_view start, std::string_view end,
+                  LiveProperty property, const ListedItem& item);
   void appendWanted(const Wanted& wanted, const ListedItem& item, std::string& text);
   void appendAll(std::string& text, const ListedItem& item);
 
@@ -90,6 +99,9 @@ class PropertyAnswer {
   // Of the item at hand: what it lacks, and what clients have set, in the order of names.
   std::string missing_;
   std::vector<const Property*> index_;
+  // The last dates: the files of a folder often have one in common.
+  WrittenDate created_;
+  WrittenDate modified_;
 };
 
 }  // namespace tessel
