@@ -39,6 +39,12 @@ TEST_F(GateTest, RemembersForAMinuteWhatWasRightAndNothingElse) {
   check("wrong", CheckResult::Wrong, kStart);
   check("unknown", CheckResult::Unknown, kStart);
   EXPECT_EQ(enter("right", kStart + Gate::kRenewed - 1).kind, Kind::Granted);
+  EXPECT_TRUE(gate_.isGranted(tag("right"), kStart + Gate::kRenewed - 1));
+  EXPECT_FALSE(gate_.isGranted(tag("right"), kStart + Gate::kRenewed));
+  EXPECT_FALSE(gate_.isGranted(tag("wrong"), kStart));
+  EXPECT_TRUE(gate_.setRefused({1}));
+  EXPECT_FALSE(gate_.isGranted(tag("right"), kStart));
+  EXPECT_TRUE(gate_.setRefused({}));
   for (const char* other : {"wrong", "unknown", "never seen"}) {
     EXPECT_EQ(enter(other, kStart).kind, Kind::Check) << other;
   }

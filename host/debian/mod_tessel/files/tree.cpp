@@ -253,26 +253,55 @@ Status copyAndShow(const Place& from, const Place& to, Copier& copier) {
   return show(hidden->descriptor(), kContent, to);
 }
 
-// Renames, in place of what stands at the destination. EXDEV when a rename cannot do that.
-Status renameItem(const Place& from, const Place& to, const TreeEvents& events) {
-  if (events.willRename) {
-    if (Status ready = events.willRename(); !ready) return ready;
-  }
+// A rename that replaces nothing, where the file system knows that; 0 or errno.
+int renameOnly(const Place& from, const Place& to) {
   const auto rename = [&from, &to](unsigned flags) {
     const int result =
         ::renameat2(from.folder.get(), from.name.c_str(), to.folder.get(), to.name.c_str(), flags);
     return result == 0 ? 0 : errno;
   };
-  const bool isExchange = to.exists() && (from.status.isFolder() || to.status.isFolder());
-  int failure = rename(isExchange ? RENAME_EXCHANGE : to.exists() ? 0 : RENAME_NOREPLACE);
-  if (failure == EINVAL && !to.exists()) failure = rename(0);
-  if (failure == EINVAL && isExchange) failure = EXDEV;
-  if (failure != 0) {
-    if (events.didNotRename) events.didNotRename();
-    return systemError("cannot be moved", failure);
+  const int failure = rename(RENAME_NOREPLACE);
+  return failure == EINVAL ? rename(0) : failure;
+}
+
+// Renames where a folder replaces something or is replaced, which a rename alone cannot do. What
+// stands there goes first: if the two were exchanged, whoever repeats a move that was cut off just
+// then would move the old one over the new one.
+Status renameOver(const Place& from, const Place& to) {
+  // Tells a rename to another file system, before anything is touched.
+  const int first = renameOnly(from, to);
+  if (first != EEXIST && first != ENOTEMPTY && first != ENOTDIR && first != EISDIR) {
+    return first == 0 ? Status() : systemError("cannot be moved", first);
   }
-  // What was replaced has the other name now.
-  return isExchange ? takeAway(from) : Status();
+  const auto hidden = HiddenFolder::create(to.folder);
+  if (!hidden) return hidden.error();
+  const int aside = hidden->descriptor().get();
+  if (::renameat(to.folder.get(), to.name.c_str(), aside, kContent) != 0) {
+    return systemError("what is there cannot be replaced", errno);
+  }
+  const int failure = renameOnly(from, to);
+  if (failure == 0) return {};
+  (void)::renameat(aside, kContent, to.folder.get(), to.name.c_str());
+  return systemError("cannot be moved", failure);
+}
+
+// Renames, in place of what stands at the destination. EXDEV when a rename cannot do that.
+Status renameItem(const Place& from, const Place& to, const TreeEvents& events) {
+  if (events.willRename) {
+    if (Status ready = events.willRename(); !ready) return ready;
+  }
+  Status renamed;
+  if (to.exists() && (from.status.isFolder() || to.status.isFolder())) {
+    renamed = renameOver(from, to);
+  } else if (!to.exists()) {
+    const int failure = renameOnly(from, to);
+    if (failure != 0) renamed = systemError("cannot be moved", failure);
+  } else if (::renameat(from.folder.get(), from.name.c_str(), to.folder.get(), to.name.c_str()) !=
+             0) {
+    renamed = systemError("cannot be moved", errno);
+  }
+  if (!renamed && events.didNotRename) events.didNotRename();
+  return renamed;
 }
 
 }  // namespace
