@@ -43,8 +43,8 @@ bool findShare(request_rec* request, const char* prefix, ServerData& server);
 
 // Opens what the request means and tells Apache of it as far as Apache needs it: whether it is a
 // file or a folder, under a name that leads nowhere but tells the type. Sets the status to answer
-// with: 404 for private names, 403 for what the rules or the system refuse. Only the first call does
-// anything.
+// with: 404 for private names, 403 for what the rules or the system refuse. Only the first call
+// does anything.
 void findFile(request_rec* request, ShareRequest& share);
 
 // Gives a request a file name below nothing, so that no other module finds a file by it.

@@ -240,8 +240,8 @@ int authenticate(request_rec* request) {
   const auto* server = configOf<Server>(request->server->module_config);
   SignIn signIn(request, Gate(server->gateMemory), user, password);
   if (!isCheckable(user) || !isCheckable(password)) return signIn.refuse();
-  const bool isMember = location->group == nullptr ||
-                        server->memberships->isMember(user, location->group);
+  const bool isMember =
+      location->group == nullptr || server->memberships->isMember(user, location->group);
   bool isAtOnce = false;
   const int status = signIn.decide(isMember, isAtOnce);
   // Authorization, which follows at once, need not look it up again.
