@@ -226,7 +226,7 @@ TEST_F(StateTest, BelongsToTheFileThatItWasSetOn) {
   EXPECT_EQ(propertiesOf(file("b")), "");
   EXPECT_EQ(propertiesOf(makeFile("a")), "");
   EXPECT_EQ(holdersOf(file("a")), "");
-  EXPECT_TRUE(state().allLocks()->empty());
+  EXPECT_TRUE(state().allLocks()->front().isGone);
   EXPECT_TRUE(lock(file("a"), "bob"));
   EXPECT_EQ(holdersOf(file("a")), "bob");
   fs::rename(at("b"), at("a"));
@@ -561,7 +561,13 @@ TEST_F(StateTest, LockOnANameBecomesTheFiles) {
   ASSERT_TRUE(state().bindName(b));
   ASSERT_EQ(holdersOf(b), "bob");
   EXPECT_FALSE(state().locks(b)->front().isOnName);
+  later_ = kLongestLock;
+  EXPECT_EQ(*state().removeLocksOn(b.path), 0);
+  later_ = 0;
+  ASSERT_TRUE(lock(b, "bob"));
   fs::remove(at("b"));
+  EXPECT_TRUE(state().allLocks()->front().isGone);
+  EXPECT_EQ(*state().removeLocksOn(b.path), 1);
   EXPECT_TRUE(state().allLocks()->empty());
 }
 

@@ -10,11 +10,6 @@ namespace tessel {
 
 namespace {
 
-bool isControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
 constexpr std::string_view kBlanks = " \t\n\v\f\r";
 
 // The length of the well-formed UTF-8 sequence at the start of the bytes, 0 when there is none
@@ -38,6 +33,26 @@ size_t sequenceLength(std::string_view bytes) {
     return continues(1, low, high) && continues(2) && continues(3) ? 4 : 0;
   }
   return 0;
+}
+
+// Whether a character does nothing to a terminal, and leaves the order of the others alone: no C0
+// or C1 control, end of line or mark of direction.
+bool isPlain(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character.front());
+  if (character.size() == 1) return first >= 0x20 && first < 0x7F;
+  return !(character >= "\u0080" && character <= "\u009F") &&
+         !(character >= "\u200E" && character <= "\u200F") &&
+         !(character >= "\u2028" && character <= "\u202E") &&
+         !(character >= "\u2066" && character <= "\u2069");
+}
+
+bool isPlainText(std::string_view text) {
+  while (!text.empty()) {
+    const size_t length = sequenceLength(text);
+    if (length == 0 || !isPlain(text.substr(0, length))) return false;
+    text.remove_prefix(length);
+  }
+  return true;
 }
 
 // What begins with one of these is white space (Unicode, PropList.txt).
@@ -95,12 +110,17 @@ std::string trimmed(std::string_view text) {
 
 std::string shown(std::string_view text) {
   std::string line;
-  for (const char c : text) {
-    if (isControl(c) || c == '\\') {
+  while (!text.empty()) {
+    const size_t length = sequenceLength(text);
+    const std::string_view character = text.substr(0, std::max(length, size_t{1}));
+    text.remove_prefix(character.size());
+    if (length > 0 && isPlain(character) && character != "\\") {
+      line += character;
+      continue;
+    }
+    for (const char c : character) {
       const unsigned byte = static_cast<unsigned char>(c);
       line += {'\\', 'x', kUpperCaseDigits[byte >> 4U], kUpperCaseDigits[byte & 0xFU]};
-    } else {
-      line += c;
     }
   }
   return line;
@@ -112,11 +132,11 @@ std::string shellWord(std::string_view text) {
   if (!text.empty() && text.find_first_not_of(kSafe) == std::string_view::npos) {
     return std::string(text);
   }
-  const bool isPlain = std::none_of(text.begin(), text.end(), isControl);
-  std::string word = isPlain ? "'" : "$'";
-  for (const char c : isPlain ? std::string(text) : shown(text)) {
+  const bool asItIs = isPlainText(text);
+  std::string word = asItIs ? "'" : "$'";
+  for (const char c : asItIs ? std::string(text) : shown(text)) {
     if (c == '\'') {
-      word += isPlain ? "'\\''" : "\\'";
+      word += asItIs ? "'\\''" : "\\'";
     } else {
       word += c;
     }

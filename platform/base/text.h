@@ -19,7 +19,8 @@ bool isXMLText(std::string_view bytes);
 // included) at both ends.
 std::string trimmed(std::string_view text);
 
-// The text in one line that does nothing to a terminal: control bytes and the backslash as \xHH.
+// The text in one line that does nothing to a terminal: the bytes of controls and of marks that
+// turn text around, those that are no UTF-8, and the backslash as \xHH.
 std::string shown(std::string_view text);
 
 // The text as one word of a command of bash, in one line: as it is where that is safe, otherwise in

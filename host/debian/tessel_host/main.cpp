@@ -7,6 +7,7 @@
 
 #include "host/debian/tessel_host/check.h"
 #include "host/debian/tessel_host/grant.h"
+#include "host/debian/tessel_host/locks.h"
 #include "platform/process/console.h"
 #include "platform/process/process.h"
 
@@ -19,7 +20,9 @@ constexpr int kFailed = 1;
 constexpr int kUnknown = 3;
 constexpr const char* kUsage =
     "Usage: tessel-host check [--quiet]\n"
-    "       tessel-host grant [--undo] FOLDER";
+    "       tessel-host grant [--undo] FOLDER\n"
+    "       tessel-host locks\n"
+    "       tessel-host unlock PATH";
 
 // What the words ask for; nothing when they are not understood.
 std::function<int()> commandOf(const Words& words) {
@@ -33,6 +36,10 @@ std::function<int()> commandOf(const Words& words) {
   }
   if (words[0] == "grant" && count == 3 && words[1] == "--undo") {
     return [folder = words[2]] { return tessel::undoGrant(folder); };
+  }
+  if (words[0] == "locks" && count == 1) return tessel::listLocks;
+  if (words[0] == "unlock" && count == 2 && !words[1].starts_with('-')) {
+    return [path = words[1]] { return tessel::unlock(path); };
   }
   return nullptr;
 }

@@ -24,6 +24,8 @@ constexpr std::time_t kClockStep = 3600;
 // No host has as many locks in one place; a damaged database may.
 constexpr std::size_t kMostRows = 100'000;
 constexpr std::size_t kTokenSize = 36;
+// Longer than any path that the kernel tells, with a name in it.
+constexpr std::size_t kMostPathBytes = 8UL * 1024;
 
 #define LOCKS_WHERE(condition)                                                      \
   "SELECT l.token, l.exclusive, l.infinite, l.owner, l.user, l.created, l.expires," \
@@ -96,7 +98,8 @@ Result<std::vector<FoundLock>> found(StateConnection& connection, const char* sq
                         static_cast<std::uint64_t>(row.number(9)), row.number(10)};
         lock.isOnName = !one.identity.exists();
         // A damaged database may hold what nobody could have set.
-        if (isLockToken(lock.token) && lock.owner.size() <= kMostOwnerBytes) {
+        if (isLockToken(lock.token) && lock.owner.size() <= kMostOwnerBytes &&
+            lock.user.size() <= kMostNameBytes && lock.path.size() <= kMostPathBytes) {
           locks.push_back(std::move(one));
         }
         return locks.size() < kMostRows;
@@ -126,21 +129,29 @@ void add(std::vector<Lock>& locks, FoundLock&& one) {
   if (!isKnown) locks.push_back(std::move(one.lock));
 }
 
-// On a long list, where each token is looked for once.
-std::vector<Lock> standing(std::vector<FoundLock>&& found) {
+// Each lock once, and where its file stands if it does. For a long list.
+std::vector<Lock> withoutDoubles(std::vector<FoundLock>&& found) {
   std::vector<Lock> locks;
   for (FoundLock& one : found) {
-    if (stands(one)) locks.push_back(std::move(one.lock));
+    one.lock.isGone = !stands(one);
+    locks.push_back(std::move(one.lock));
   }
   const auto byToken = [](const Lock& a, const Lock& b) {
-    return std::tie(a.token, a.path) < std::tie(b.token, b.path);
+    return std::tie(a.token, a.isGone, a.path) < std::tie(b.token, b.isGone, b.path);
   };
   std::sort(locks.begin(), locks.end(), byToken);
   const auto isSameToken = [](const Lock& a, const Lock& b) { return a.token == b.token; };
   locks.erase(std::unique(locks.begin(), locks.end(), isSameToken), locks.end());
   std::sort(locks.begin(), locks.end(), [](const Lock& a, const Lock& b) {
-    return std::tie(a.path, a.created, a.token) < std::tie(b.path, b.created, b.token);
+    return std::tie(a.path, a.created, a.user, a.token) <
+           std::tie(b.path, b.created, b.user, b.token);
   });
+  return locks;
+}
+
+std::vector<Lock> standing(std::vector<FoundLock>&& found) {
+  std::vector<Lock> locks = withoutDoubles(std::move(found));
+  std::erase_if(locks, [](const Lock& lock) { return lock.isGone; });
   return locks;
 }
 
@@ -327,7 +338,7 @@ Result<std::vector<Lock>> State::allLocks() {
   return readLocks(*store_, [&](StateConnection& connection) -> Result<std::vector<Lock>> {
     auto locks = found(connection, kAllLocks, store_->now());
     if (!locks) return locks.error();
-    return standing(std::move(*locks));
+    return withoutDoubles(std::move(*locks));
   });
 }
 
@@ -431,6 +442,10 @@ Result<int> State::removeLocksOn(const std::string& path) {
   if (!places) return places.error();
   if (places->empty()) return 0;
   return store_->write([&](StateConnection& connection) -> Result<int> {
+    // Those that are over do not count.
+    if (const Status removed = removeOver(connection, store_->now()); !removed) {
+      return removed.error();
+    }
     const auto known = placesAt(connection, path);
     if (!known) return known.error();
     std::vector<std::int64_t> files;

@@ -71,6 +71,7 @@ struct Lock {
   std::string user;         // who signed in
   std::time_t created = 0;  // seconds since 1970
   std::time_t expires = 0;
+  bool isGone = false;  // the file does not stand there any more: the lock holds for nothing
 };
 
 // A new token; an Error when the system has no random numbers.
@@ -206,9 +207,10 @@ class State {
   Status bindName(const File& file);
   // Ends one; success when there is none of this token.
   Status removeLock(const std::string& token);
-  // Ends those on this path itself; how many there were.
+  // Ends those on this path itself, whatever stands there; how many there were.
   Result<int> removeLocksOn(const std::string& path);
-  // All that hold anywhere, in the order of paths.
+  // All that are not over, in the order of paths. With those whose file is gone: they hold again
+  // when it comes back.
   Result<std::vector<Lock>> allLocks();
   // Ends those on this path and all below, whatever stands there, for the administrator; how many
   // there were.
