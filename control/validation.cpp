@@ -36,7 +36,8 @@ bool isAvailable(const std::string& setting, const MaybeValue& value, const std:
 bool nameIsGood(const MaybeValue& name) {
   if (isAmong(name, {"", "*", "localhost"})) return true;
   printLine("Checking available server names...");
-  return isAvailable("ServerName", name, "names", hostNames());
+  return isAvailable("ServerName", name, "names",
+                     hostNames(name ? name->string().value_or("") : ""));
 }
 
 bool addressIsGood(const MaybeValue& address, bool usingSSL, bool behindOrrin) {

@@ -41,21 +41,32 @@ Address makeAddress(int family, const Raw& raw) {
   return {family, std::string(reinterpret_cast<const char*>(&raw), sizeof(raw))};
 }
 
+// None for a socket of another family.
+std::optional<Address> addressIn(const sockaddr* socket) {
+  if (socket == nullptr) return std::nullopt;
+  if (socket->sa_family == AF_INET) {
+    return makeAddress(AF_INET, reinterpret_cast<const sockaddr_in*>(socket)->sin_addr);
+  }
+  if (socket->sa_family == AF_INET6) {
+    return makeAddress(AF_INET6, reinterpret_cast<const sockaddr_in6*>(socket)->sin6_addr);
+  }
+  return std::nullopt;
+}
+
+void addText(std::vector<std::string>& texts, const Address& address) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  if (::inet_ntop(address.family, address.bytes.data(), text.data(), text.size()) != nullptr) {
+    addOnce(texts, std::string(text.data()));
+  }
+}
+
 std::vector<Address> interfaceAddresses() {
   ifaddrs* first = nullptr;
   if (::getifaddrs(&first) != 0) return {};
   const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owned(first, ::freeifaddrs);
   std::vector<Address> addresses;
   for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-    const sockaddr* socket = entry->ifa_addr;
-    if (socket == nullptr) continue;
-    if (socket->sa_family == AF_INET) {
-      const auto* internet = reinterpret_cast<const sockaddr_in*>(socket);
-      addOnce(addresses, makeAddress(AF_INET, internet->sin_addr));
-    } else if (socket->sa_family == AF_INET6) {
-      const auto* internet = reinterpret_cast<const sockaddr_in6*>(socket);
-      addOnce(addresses, makeAddress(AF_INET6, internet->sin6_addr));
-    }
+    if (const auto address = addressIn(entry->ifa_addr)) addOnce(addresses, *address);
   }
   return addresses;
 }
@@ -88,6 +99,17 @@ std::optional<HostEntry> findEntry(LookUp lookUp) {
     entry.addresses.push_back({found->h_addrtype, std::string(*bytes, length)});
   }
   return entry;
+}
+
+std::optional<HostEntry> findByName(const std::string& name, int family) {
+  return findEntry([&](auto... to) { return ::gethostbyname2_r(name.c_str(), family, to...); });
+}
+
+// Whether the text is an address in any of the forms that a look-up by name takes for one.
+bool isAddress(const std::string& text) {
+  in_addr four{};
+  in6_addr six{};
+  return ::inet_aton(text.c_str(), &four) != 0 || ::inet_pton(AF_INET6, text.c_str(), &six) == 1;
 }
 
 void addNames(std::vector<std::string>& names, const std::optional<HostEntry>& entry) {
@@ -136,14 +158,12 @@ std::optional<std::string> hostName() {
   return name;
 }
 
-std::vector<std::string> hostNames() {
+std::vector<std::string> hostNames(const std::string& sought) {
   std::vector<std::string> names;
   if (const auto name = hostName()) {
     names.push_back(*name);
     for (const int family : {AF_INET, AF_INET6}) {
-      addNames(names, findEntry([&](auto... to) {
-                 return ::gethostbyname2_r(name->c_str(), family, to...);
-               }));
+      addNames(names, findByName(*name, family));
     }
   }
   const std::vector<Address> addresses = interfaceAddresses();
@@ -153,12 +173,21 @@ std::vector<std::string> hostNames() {
                return ::gethostbyaddr_r(address.bytes.data(), length, address.family, to...);
              }));
   }
+  const auto isOwn = [&](const Address& address) {
+    return isLoopback(address) ||
+           std::find(addresses.begin(), addresses.end(), address) != addresses.end();
+  };
   // A look-up by address ends at the first line that has it, and the enumeration of the hosts
   // database, gethostent(3), passes over IPv6.
   for (const HostEntry& entry : listedHosts()) {
-    const Address& address = entry.addresses.front();
-    if (isLoopback(address) ||
-        std::find(addresses.begin(), addresses.end(), address) != addresses.end()) {
+    if (isOwn(entry.addresses.front())) addNames(names, entry);
+  }
+  if (std::find(names.begin(), names.end(), sought) != names.end() || isAddress(sought)) {
+    return names;
+  }
+  for (const int family : {AF_INET, AF_INET6}) {
+    const auto entry = findByName(sought, family);
+    if (entry && std::any_of(entry->addresses.begin(), entry->addresses.end(), isOwn)) {
       addNames(names, entry);
     }
   }
@@ -167,20 +196,30 @@ std::vector<std::string> hostNames() {
 
 std::vector<std::string> hostAddresses() {
   std::vector<std::string> texts;
-  for (const Address& address : interfaceAddresses()) {
-    std::array<char, INET6_ADDRSTRLEN> text{};
-    if (::inet_ntop(address.family, address.bytes.data(), text.data(), text.size()) != nullptr) {
-      texts.emplace_back(text.data());
-    }
+  for (const Address& address : interfaceAddresses()) addText(texts, address);
+  return texts;
+}
+
+std::vector<std::string> addressesOf(const std::string& name) {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* first = nullptr;
+  if (::getaddrinfo(name.c_str(), nullptr, &hints, &first) != 0) return {};
+  const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owned(first, ::freeaddrinfo);
+  std::vector<std::string> texts;
+  for (const addrinfo* entry = first; entry != nullptr; entry = entry->ai_next) {
+    if (const auto address = addressIn(entry->ai_addr)) addText(texts, *address);
   }
   return texts;
 }
 
-bool isKnownHostName(const std::string& name) {
-  addrinfo* addresses = nullptr;
-  if (::getaddrinfo(name.c_str(), nullptr, nullptr, &addresses) != 0) return false;
-  ::freeaddrinfo(addresses);
-  return true;
+bool isAddressOfThisHost(const std::string& text) {
+  in_addr four{};
+  if (::inet_pton(AF_INET, text.c_str(), &four) == 1 && isLoopback(makeAddress(AF_INET, four))) {
+    return true;
+  }
+  const std::vector<std::string> own = hostAddresses();
+  return std::find(own.begin(), own.end(), text) != own.end();
 }
 
 }  // namespace tessel

@@ -1,5 +1,9 @@
+#include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/debian/httpd_wrapper/failure.h"
 #include "host/debian/tessel_host/checks.h"
@@ -31,16 +35,32 @@ bool isApache(const std::string& holder) {
   return name && name->starts_with("/usr/sbin/apache2");
 }
 
-}  // namespace
-
-std::optional<HTTPAnswer> checkAnswer(const Service& service, Findings& findings) {
-  const std::string where = "port " + service.port;
-  if (!isKnownHostName(service.name)) {
+// Where the name leads clients. Nothing is made of a place that does not answer: many a router lets
+// nobody in who asks from within, and what this machine is told may not be what others are told.
+void checkName(const Service& service, Findings& findings) {
+  constexpr std::chrono::seconds kPatienceAfar{5};
+  const std::vector<std::string> addresses = addressesOf(service.name);
+  if (addresses.empty()) {
     warn(findings, kSettingsFile,
          "this machine finds no address for the name " + shown(service.name) +
              ", so clients may not find it either",
          "Add the name to DNS or /etc/hosts, or correct ServerName");
+    return;
   }
+  if (std::any_of(addresses.begin(), addresses.end(), isAddressOfThisHost)) return;
+  const auto answer = askServiceAt(service, addresses.front(), kPatienceAfar);
+  if (!answer || answer->status == kAsksForPassword) return;
+  warn(findings, kSettingsFile,
+       "the name " + shown(service.name) + " leads to " + addresses.front() +
+           ", where something else answers than Tessel: status " + std::to_string(answer->status),
+       "Correct the name's address in DNS or /etc/hosts, or ServerName");
+}
+
+}  // namespace
+
+std::optional<HTTPAnswer> checkAnswer(const Service& service, Findings& findings) {
+  const std::string where = "port " + service.port;
+  checkName(service, findings);
   const auto reason = FileManager().readFile(kReasonFile, kLongestReason);
   if (reason && !trimmed(*reason).empty()) {
     notServing(findings, where, "Apache runs without Tessel: " + oneLine(*reason),

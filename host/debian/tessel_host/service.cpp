@@ -37,7 +37,16 @@ std::string reachable(const std::string& address) {
   return address == "[::]" ? "[::1]" : address;
 }
 
-bool isIPv6(const std::string& name) { return name.find(':') != std::string::npos; }
+// An address of IPv6 has its brackets there.
+std::string inURL(const std::string& host) {
+  return host.find(':') == std::string::npos ? host : "[" + host + "]";
+}
+
+Result<HTTPAnswer> ask(const Service& service, const std::string& host, const std::string& server,
+                       std::chrono::seconds patience) {
+  const std::string scheme = service.usesTLS ? "https://" : "http://";
+  return httpAsk({scheme + host + ":" + service.port + "/webdav/", server, patience});
+}
 
 }  // namespace
 
@@ -67,13 +76,14 @@ Service readService() {
 }
 
 Result<HTTPAnswer> askService(const Service& service) {
-  const std::string scheme = service.usesTLS ? "https://" : "http://";
-  const auto ask = [&](const std::string& host) {
-    return httpAsk({scheme + host + ":" + service.port + "/webdav/", service.server, kPatience});
-  };
-  auto answer = ask(isIPv6(service.name) ? "[" + service.name + "]" : service.name);
+  auto answer = ask(service, inURL(service.name), service.server, kPatience);
   // A name that fits no URL is another finding.
-  return answer ? answer : ask("localhost");
+  return answer ? answer : ask(service, "localhost", service.server, kPatience);
+}
+
+Result<HTTPAnswer> askServiceAt(const Service& service, const std::string& address,
+                                std::chrono::seconds patience) {
+  return ask(service, inURL(service.name), inURL(address) + ":" + service.port, patience);
 }
 
 bool isApacheRunning() { return launchJobIsLoaded(kApacheJobLabel); }

@@ -2,6 +2,7 @@
 // told at the last start, and where to ask whether it is so.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -35,6 +36,9 @@ Service readService();
 
 // Asks as a client does who has not signed in. Whoever serves answers with 401.
 Result<HTTPAnswer> askService(const Service& service);
+// The same at another address than the one that Apache listens on.
+Result<HTTPAnswer> askServiceAt(const Service& service, const std::string& address,
+                                std::chrono::seconds patience);
 
 // Whether Apache's job is running, and the process that it is, if that can be told.
 bool isApacheRunning();
