@@ -36,14 +36,15 @@ size_t sequenceLength(std::string_view bytes) {
 }
 
 // Whether a character does nothing to a terminal, and leaves the order of the others alone: no C0
-// or C1 control, end of line or mark of direction.
+// or C1 control (up to U+009F), end of line or mark of direction (U+200E, U+200F, U+2028 to U+202E,
+// U+2066 to U+2069).
 bool isPlain(std::string_view character) {
   const auto first = static_cast<unsigned char>(character.front());
   if (character.size() == 1) return first >= 0x20 && first < 0x7F;
-  return !(character >= "\u0080" && character <= "\u009F") &&
-         !(character >= "\u200E" && character <= "\u200F") &&
-         !(character >= "\u2028" && character <= "\u202E") &&
-         !(character >= "\u2066" && character <= "\u2069");
+  return !(character >= "\xC2\x80" && character <= "\xC2\x9F") &&
+         !(character >= "\xE2\x80\x8E" && character <= "\xE2\x80\x8F") &&
+         !(character >= "\xE2\x80\xA8" && character <= "\xE2\x80\xAE") &&
+         !(character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
 }
 
 bool isPlainText(std::string_view text) {

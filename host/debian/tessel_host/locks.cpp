@@ -165,7 +165,12 @@ std::string sharesOf(const std::string& path, const std::vector<SharePoint>& sha
     if (path != share.folder && !isBelow(path, share.folder)) continue;
     if (share.folder.size() < innermost) continue;
     const bool isOneMore = share.folder.size() == innermost && !names.empty();
-    names = (isOneMore ? names + "," : "") + shown(share.name);
+    if (isOneMore) {
+      names += ',';
+    } else {
+      names.clear();
+    }
+    names += shown(share.name);
     innermost = share.folder.size();
   }
   return names.empty() ? "-" : names;
