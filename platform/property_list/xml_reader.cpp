@@ -3,6 +3,7 @@
 #include <expat.h>
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <optional>
@@ -42,6 +43,15 @@ std::optional<Tag> tagNamed(std::string_view name) {
 
 bool isContainer(Tag tag) {
   return tag == Tag::List || tag == Tag::Dictionary || tag == Tag::Array;
+}
+
+// expat 2.9 has a second name for it and warns of the first.
+std::uint64_t currentLine(XML_Parser parser) {
+#if XML_MAJOR_VERSION > 2 || (XML_MAJOR_VERSION == 2 && XML_MINOR_VERSION >= 9)
+  return XML_GetCurrentLineNumber64(parser);
+#else
+  return XML_GetCurrentLineNumber(parser);
+#endif
 }
 
 // expat takes the unit after the first half of a surrogate pair for the second half, whatever it
@@ -102,8 +112,7 @@ class Reader {
         XML_Parse(parser_, bytes.data(), static_cast<int>(bytes.size()), XML_TRUE) == XML_STATUS_OK;
     if (outOfMemory_ || XML_GetErrorCode(parser_) == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
     if (parsed && failure_ == nullptr) return std::move(root_);
-    const unsigned long line =
-        failure_ != nullptr ? failureLine_ : XML_GetCurrentLineNumber(parser_);
+    const std::uint64_t line = failure_ != nullptr ? failureLine_ : currentLine(parser_);
     const char* const reason =
         failure_ != nullptr ? failure_ : XML_ErrorString(XML_GetErrorCode(parser_));
     return Error{"line " + std::to_string(line) + ": " + reason};
@@ -133,7 +142,7 @@ class Reader {
 
   void fail(const char* reason) {
     failure_ = reason;
-    failureLine_ = XML_GetCurrentLineNumber(parser_);
+    failureLine_ = currentLine(parser_);
     XML_StopParser(parser_, XML_FALSE);
   }
 
@@ -238,7 +247,7 @@ class Reader {
   std::string text_;           // what stands in it
   Node root_;
   const char* failure_ = nullptr;
-  unsigned long failureLine_ = 0;
+  std::uint64_t failureLine_ = 0;
   bool outOfMemory_ = false;
 };
 
