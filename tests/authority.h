@@ -28,7 +28,7 @@ inline std::string authorityScript() {
 
 // A script that issues /pki/NAME.pem with /pki/NAME.key for a common name, signed by "root",
 // "middle" or itself ("self"). The alternative names are as in "DNS:a,IP:b"; `options` go to
-// openssl, for instance "-days -1" for one that has expired.
+// openssl, for instance "-days 0" for one that has expired.
 inline std::string issue(const std::string& name, const std::string& commonName,
                          const std::string& signer, const std::string& alternativeNames,
                          const std::string& options = "-days 30") {

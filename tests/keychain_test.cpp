@@ -198,9 +198,10 @@ TEST_F(KeychainTool, SaysWhatIsDamaged) {
     name="name = 'item_by_public_key'"
     root=$(sqlite3 $K "SELECT rootpage FROM sqlite_schema WHERE $name")
     sql=$(sqlite3 $K "SELECT sql FROM sqlite_schema WHERE $name")
-    sqlite3 $K "PRAGMA writable_schema = ON; DELETE FROM sqlite_schema WHERE $name"
+    free='.dbconfig defensive off'
+    sqlite3 $K "$free" "PRAGMA writable_schema = ON; DELETE FROM sqlite_schema WHERE $name"
     sqlite3 $K "UPDATE item SET public_key_digest = 'x'"
-    sqlite3 $K "PRAGMA writable_schema = ON;
+    sqlite3 $K "$free" "PRAGMA writable_schema = ON;
       INSERT INTO sqlite_schema VALUES ('index', 'item_by_public_key', 'item', $root, '$sql')")sh")
                 .status,
             0);

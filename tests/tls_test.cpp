@@ -119,10 +119,12 @@ TEST(TLS, CertificateHasEveryFieldOfAServerCertificate) {
   ASSERT_EQ(host.tesselctl({"start"}).status, 0);
   EXPECT_EQ(host.environmentValue("TESSEL_SERVER_NAME"), kName);
   const std::string text =
-      host.shell("openssl x509 -noout -text -in " + certificatePath(host.certID())).output;
+      host.shell("openssl x509 -noout -text -nameopt sname,sep_comma_plus -in " +
+                 certificatePath(host.certID()))
+          .output;
   for (const char* part :
-       {"Version: 3 (0x2)", "Issuer: C = AT, CN = dav.example.org\n",
-        "Subject: C = AT, CN = dav.example.org\n", "Public-Key: (2048 bit)",
+       {"Version: 3 (0x2)", "Issuer: C=AT,CN=dav.example.org\n",
+        "Subject: C=AT,CN=dav.example.org\n", "Public-Key: (2048 bit)",
         "Signature Algorithm: sha256WithRSAEncryption",
         "X509v3 Basic Constraints: critical\n                CA:TRUE\n",
         "X509v3 Key Usage: critical\n                Digital Signature, Key Encipherment, Data "
@@ -182,7 +184,7 @@ TEST(TLS, EvaluatesTrustLikeATLSClient) {
   };
   const std::string good = "DNS:" + kName;
   const std::vector<Case> cases{
-      {"expired", issue("ca", kName, "root", good, "-days -1") + trustRoot(), false},
+      {"expired", issue("ca", kName, "root", good, "-days 0") + trustRoot(), false},
       {"another host", issue("ca", kName, "root", "DNS:x.example") + trustRoot(), false},
       {"no server certificate",
        issue("ca", kName, "root", good) +
