@@ -146,7 +146,8 @@ int start(const std::string& program, const Arguments& arguments) {
   } else {
     reason = wanted.remarks.empty() ? "" : wanted.remarks.front();
   }
-  remark("Apache is started without Tessel");
+  // The end of the reason tells most.
+  remark("Apache is started without Tessel: " + reason.substr(reason.rfind('\n') + 1));
   if (!files.directoryExistsAtPath(kStateFolder)) {
     (void)files.createDirectory(kStateFolder, kFolderMode);
   }
