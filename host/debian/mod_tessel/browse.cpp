@@ -175,7 +175,7 @@ int answerShareListPage(request_rec* request, const ShareRequest& share) {
     const auto space = spaceOf(*folder);
     listed.push_back({name, space ? std::optional(space->available) : std::nullopt});
   }
-  appendShareListPage(output.text(), frameOf(request, share, kListTitle), std::move(listed));
+  appendShareListPage(output.text(), frameOf(request, share, kListTitle), listed);
   (void)output.sendRest();
   return OK;
 }

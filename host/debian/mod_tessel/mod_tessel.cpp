@@ -75,10 +75,16 @@ int translateName(request_rec* request) {
   return findShare(request, prefix, *server) ? OK : DECLINED;
 }
 
+// After all others were asked: beside the shares there is nothing, and no folder of another site.
+int translateRest(request_rec* request) {
+  if (configOf<Location>(request->per_dir_config)->entrance == nullptr) return DECLINED;
+  nameNothing(request);
+  return OK;
+}
+
 // In place of Apache's walk through <Directory> sections.
 int mapToStorage(request_rec* request) {
-  if (isEntrance(request)) return OK;
-  return shareRequestOf(request) == nullptr ? DECLINED : OK;
+  return shareRequestOf(request) != nullptr || isNowhere(request) ? OK : DECLINED;
 }
 
 // After authentication, and before the type is told from what was found.
@@ -190,6 +196,7 @@ void registerHooks(apr_pool_t* pool) {
   registerProvider(pool);
   ap_hook_child_init(openState, nullptr, nullptr, APR_HOOK_MIDDLE);
   ap_hook_translate_name(safely<translateName>, nullptr, nullptr, APR_HOOK_FIRST);
+  ap_hook_translate_name(safely<translateRest>, nullptr, nullptr, APR_HOOK_LAST);
   ap_hook_map_to_storage(safely<mapToStorage>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_type_checker(safely<find>, nullptr, nullptr, APR_HOOK_FIRST);
   ap_hook_fixups(safely<decide>, nullptr, nullptr, APR_HOOK_LAST);

@@ -5,6 +5,7 @@
 #include <http_log.h>
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 
 extern "C" {
@@ -56,6 +57,10 @@ void nameNothing(request_rec* request) {
   request->canonical_filename = request->filename;
   request->path_info = apr_pstrdup(request->pool, "");
   request->finfo = apr_finfo_t{};
+}
+
+bool isNowhere(const request_rec* request) {
+  return request->filename != nullptr && std::strcmp(request->filename, kNowhere) == 0;
 }
 
 ShareRequest* shareRequestOf(request_rec* request) {

@@ -49,6 +49,8 @@ void findFile(request_rec* request, ShareRequest& share);
 
 // Gives a request a file name below nothing, so that no other module finds a file by it.
 void nameNothing(request_rec* request);
+// Whether it has such a one.
+bool isNowhere(const request_rec* request);
 
 // The status that says this of a file: a number of errno's.
 int httpStatusOf(int number);

@@ -12,7 +12,7 @@
 namespace tessel {
 
 void appendShareListPage(std::string& page, const PageFrame& frame,
-                         std::vector<ListedShare> shares) {
+                         const std::vector<ListedShare>& shares) {
   appendPageStart(page, frame);
   if (shares.empty()) {
     page +=
@@ -29,7 +29,7 @@ void appendShareListPage(std::string& page, const PageFrame& frame,
           "</caption>\n<thead><tr>\n<th scope=\"col\">Name</th>\n<th scope=\"col\">Free</th>\n"
           "</tr></thead>\n<tbody>\n";
   for (const auto& [key, share] : sorted) {
-    page += "<tr class=\"folder\"><th scope=\"row\"><a href=\"";
+    page += R"(<tr class="folder"><th scope="row"><a href=")";
     appendPercentEncoded(page, share->name);
     page += "/\">";
     appendName(page, share->name);

@@ -15,8 +15,8 @@ struct ListedShare {
   std::optional<std::uint64_t> available;  // space in bytes
 };
 
-// The shares are put in order.
+// In order, whatever theirs is.
 void appendShareListPage(std::string& page, const PageFrame& frame,
-                         std::vector<ListedShare> shares);
+                         const std::vector<ListedShare>& shares);
 
 }  // namespace tessel
