@@ -1,6 +1,7 @@
 // Files and folders, as mod_dav asks for them (mod_dav.h, dav_hooks_repository).
 #include <apr_strings.h>
 #include <fcntl.h>
+#include <http_request.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -53,6 +54,11 @@ dav_error* getResource(request_rec* request, const char* /*root*/, const char* /
       return dav_new_error(request->pool, HTTP_NOT_FOUND, 0, 0, "The path goes on below a file.");
     }
     *resource = makeResource(request->pool, request, *share, share->rest, *std::move(found));
+    // By which If-Unmodified-Since is judged; without it every file was modified just now.
+    constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
+    if ((*resource)->exists != 0) {
+      ap_update_mtime(request, (*resource)->info->found.target.status.modified / kNanoseconds);
+    }
     return checkPath(*resource);
   });
 }
