@@ -3,15 +3,19 @@
 #include <fcntl.h>
 #include <sys/sysmacros.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <limits>
 
 namespace tessel {
 
 namespace {
 
+constexpr std::int64_t kPerSecond = 1'000'000'000;
+
 std::int64_t nanoseconds(const statx_timestamp& time) {
-  constexpr std::int64_t kPerSecond = 1'000'000'000;
-  return time.tv_sec * kPerSecond + time.tv_nsec;
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() / kPerSecond - 1;
+  return std::clamp<std::int64_t>(time.tv_sec, -kMost, kMost) * kPerSecond + time.tv_nsec;
 }
 
 Result<FileStatus> statusAt(int folder, const char* name, int flags) {
@@ -34,6 +38,16 @@ Result<FileStatus> statusAt(int folder, const char* name, int flags) {
 }
 
 }  // namespace
+
+timespec timespecOf(std::int64_t nanoseconds) {
+  std::int64_t seconds = nanoseconds / kPerSecond;
+  std::int64_t rest = nanoseconds % kPerSecond;
+  if (rest < 0) {
+    rest += kPerSecond;
+    --seconds;
+  }
+  return {seconds, rest};
+}
 
 Result<FileStatus> statusOf(int descriptor) { return statusAt(descriptor, "", AT_EMPTY_PATH); }
 

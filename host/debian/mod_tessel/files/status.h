@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "host/debian/mod_tessel/state/file.h"
@@ -19,13 +20,16 @@ struct FileStatus {
   uid_t owner = 0;
   gid_t group = 0;
   off_t size = 0;
-  std::int64_t modified = 0;  // nanoseconds since 1970, as is the next
+  std::int64_t modified = 0;  // nanoseconds since 1970, as is the next; at most those of 2262
   std::int64_t changed = 0;
 
   bool isFolder() const { return S_ISDIR(mode); }
   bool isFile() const { return S_ISREG(mode); }
   bool isLink() const { return S_ISLNK(mode); }
 };
+
+// The form in which the system takes a time.
+timespec timespecOf(std::int64_t nanoseconds);
 
 // Of an open file, a descriptor with O_PATH included. The code of an Error is errno's, here and in
 // all that handles the files of shares.

@@ -5,9 +5,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -95,10 +97,12 @@ const char* contentOf(const apr_xml_elem* element, apr_pool_t* pool) {
   return element->first_child == nullptr ? dav_xml_get_cdata(element, pool, 1) : "";
 }
 
+constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
+
 // What a change is, from validation to execution.
 struct Change {
   bool isExecutable;
-  apr_time_t modified;
+  std::int64_t modified;  // nanoseconds since 1970
 };
 
 dav_error* validate(const dav_resource* resource, const apr_xml_elem* element, int operation,
@@ -121,19 +125,19 @@ dav_error* validate(const dav_resource* resource, const apr_xml_elem* element, i
     change->isExecutable = content == "T";
     if (content == "T" || content == "F") return nullptr;
   } else {
-    change->modified = apr_date_parse_http(content.data());
-    if (change->modified != APR_DATE_BAD) return nullptr;
+    const apr_time_t time = apr_date_parse_http(content.data());
+    constexpr apr_time_t kMost = std::numeric_limits<std::int64_t>::max() / kNanoseconds;
+    change->modified = std::clamp(time, -kMost, kMost) * kNanoseconds;
+    if (time != APR_DATE_BAD) return nullptr;
   }
   return dav_new_error(resource->pool, HTTP_CONFLICT, 0, 0, "The value is not understood.");
 }
 
 dav_error* apply(const dav_resource* resource, LiveProperty property, mode_t mode,
                  std::int64_t modified) {
-  constexpr std::int64_t kPerSecond = 1'000'000'000;
   const Place& place = resource->info->found.target;
   const std::string path = descriptorPath(place.item.get());
-  const std::array<timespec, 2> times{timespec{0, UTIME_OMIT},
-                                      timespec{modified / kPerSecond, modified % kPerSecond}};
+  const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespecOf(modified)};
   const int result = property == LiveProperty::Executable
                          ? ::chmod(path.c_str(), mode)
                          : ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0);
@@ -155,10 +159,9 @@ dav_error* execute(const dav_resource* resource, const apr_xml_elem* element, in
     *rollback = saved;
     constexpr mode_t kPermissions = 07777;
     const mode_t mode = before->mode & kPermissions;
-    constexpr std::int64_t kNanoseconds = 1000;  // in a microsecond
     return apply(resource, propertyOf(info->propid),
                  change->isExecutable ? mode | S_IXUSR : mode & ~static_cast<mode_t>(S_IXUSR),
-                 change->modified * kNanoseconds);
+                 change->modified);
   });
 }
 
