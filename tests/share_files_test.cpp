@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -211,10 +212,27 @@ TEST_F(ShareFiles, LeftoversOfTheDeadGo) {
   const std::string name = *newHiddenName();
   EXPECT_TRUE(isHiddenName(name));
   EXPECT_FALSE(isHiddenName(name + "0"));
+  const auto isThere = [this](const std::string& left) {
+    return std::filesystem::exists(path("share/" + left));
+  };
+  // Any folder that was given the name.
   make("share/" + name + "/content/x", "");
-  removeLeftover(share_, name);
-  // It could still be in the making.
-  EXPECT_TRUE(std::filesystem::exists(path("share/" + name)));
+  removeLeftover(share_, name, std::chrono::seconds(0));
+  EXPECT_TRUE(isThere(name));
+  auto made = HiddenFolder::create(share_);
+  ASSERT_TRUE(made);
+  std::string left;
+  for (const std::string& found : names("share")) {
+    if (isHiddenName(found) && found != name) left = found;
+  }
+  make("share/" + left + "/content/x", "");
+  removeLeftover(share_, left, std::chrono::seconds(0));
+  EXPECT_TRUE(isThere(left)) << "somebody works on it";
+  ASSERT_EQ(0, ::flock(made->descriptor().get(), LOCK_UN));
+  removeLeftover(share_, left);
+  EXPECT_TRUE(isThere(left)) << "it could still be in the making";
+  removeLeftover(share_, left, std::chrono::seconds(0));
+  EXPECT_FALSE(isThere(left));
 }
 
 }  // namespace

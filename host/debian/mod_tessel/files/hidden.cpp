@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 
 #include "host/debian/mod_tessel/files/place.h"
 #include "host/debian/mod_tessel/files/tree.h"
@@ -20,6 +19,10 @@ namespace {
 
 constexpr std::string_view kPrefix = ".tessel-";
 constexpr size_t kDigits = 16;
+// No client can give a folder these permissions, nor a local user one that is not his own: by them
+// a working folder is told from any other that somebody has given its name.
+constexpr mode_t kFolderMode = S_ISVTX | S_IRWXU;
+constexpr mode_t kTold = 07777 & ~static_cast<mode_t>(S_ISGID);  // which it takes over from above
 
 }  // namespace
 
@@ -42,7 +45,7 @@ Result<HiddenFolder> HiddenFolder::create(const FileDescriptor& folder) {
   HiddenFolder hidden;
   auto parent = duplicate(folder);
   if (!parent) return parent.error();
-  if (::mkdirat(folder.get(), name->c_str(), 0700) != 0) {
+  if (::mkdirat(folder.get(), name->c_str(), kFolderMode) != 0) {
     return systemError("a working folder cannot be made", errno);
   }
   hidden.folder_ = *std::move(parent);
@@ -60,18 +63,20 @@ HiddenFolder::~HiddenFolder() {
   (void)::unlinkat(folder_.get(), name_.c_str(), AT_REMOVEDIR);
 }
 
-void removeLeftover(const FileDescriptor& folder, const std::string& name) {
-  // Between the making of a name and its lock lies a moment.
-  constexpr std::chrono::nanoseconds kMoment = std::chrono::minutes(1);
-  auto status = statusIn(folder.get(), name.c_str());
+void removeLeftover(const FileDescriptor& folder, const std::string& name,
+                    std::chrono::seconds age) {
+  const FileDescriptor item(
+      ::openat(folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const auto status = item ? statusOf(item.get()) : systemError(name, errno);
   if (!status || status->owner != ::geteuid()) return;
-  if (!status->isFolder() && !status->isFile()) return;
+  const bool isOurs = status->isFolder() && (status->mode & kTold) == kFolderMode;
+  if (!isOurs && !status->isFile()) return;
+  // Between the making of a name and its lock lies a moment.
   const auto now = std::chrono::system_clock::now().time_since_epoch();
-  if (std::chrono::nanoseconds(status->changed) + kMoment > now) return;
-  const FileDescriptor left(
-      ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!left || ::flock(left.get(), LOCK_EX | LOCK_NB) != 0) return;
-  if (status->isFolder()) (void)removeContent(left);
+  if (std::chrono::nanoseconds(status->changed) + age > now) return;
+  const auto left = reopen(item, O_RDONLY | O_NONBLOCK);
+  if (!left || ::flock(left->get(), LOCK_EX | LOCK_NB) != 0) return;
+  if (status->isFolder()) (void)removeContent(*left);
   (void)::unlinkat(folder.get(), name.c_str(), status->isFolder() ? AT_REMOVEDIR : 0);
 }
 

@@ -3,6 +3,7 @@
 // process, so that what a killed process has left can be told and removed at once.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -36,8 +37,9 @@ class HiddenFolder {
   std::string name_;
 };
 
-// Removes what a killed process has left in a folder under this hidden name. What another's hands
-// have made, or somebody works on, stays.
-void removeLeftover(const FileDescriptor& folder, const std::string& name);
+// Removes what a killed process has left in a folder under this hidden name, so long ago. What
+// another's hands have made or given the name, or somebody works on, stays.
+void removeLeftover(const FileDescriptor& folder, const std::string& name,
+                    std::chrono::seconds age = std::chrono::minutes(1));
 
 }  // namespace tessel
