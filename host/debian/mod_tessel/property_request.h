@@ -40,8 +40,8 @@ inline constexpr std::size_t kMostBytesOfNameSpaces = 1048576;
 // its names are ill-formed; 413 beyond the bounds.
 Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool);
 
-// Whether an answer can repeat these names, without their prefixes. The parser does not look at what
-// follows a prefix, and lets "a:1" and "a:b:c" through.
+// Whether an answer can repeat these names, without their prefixes. The parser does not look at
+// what follows a prefix, and lets "a:1" and "a:b:c" through.
 bool areWellFormed(const std::set<std::string_view>& names, apr_pool_t* pool);
 // The same of a namespace, which stands in an attribute.
 bool isWellFormed(std::string_view nameSpace);

@@ -65,8 +65,7 @@ HiddenFolder::~HiddenFolder() {
 
 void removeLeftover(const FileDescriptor& folder, const std::string& name,
                     std::chrono::seconds age) {
-  const FileDescriptor item(
-      ::openat(folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const FileDescriptor item(::openat(folder.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   const auto status = item ? statusOf(item.get()) : systemError(name, errno);
   if (!status || status->owner != ::geteuid()) return;
   const bool isOurs = status->isFolder() && (status->mode & kTold) == kFolderMode;

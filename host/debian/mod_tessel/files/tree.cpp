@@ -67,12 +67,17 @@ Status removeContent(const FileDescriptor& folder, int depth) {
   }
 }
 
-// Whether all that is in a folder could be removed. In a sticky folder only owners remove.
+// Whether a sticky folder keeps this from being removed: there only owners remove.
+bool isKept(const FileStatus& item, const FileStatus& folder) {
+  const uid_t self = ::geteuid();
+  return (folder.mode & S_ISVTX) != 0 && folder.owner != self && item.owner != self && self != 0;
+}
+
+// Whether all that is in a folder could be removed.
 Status checkRemovable(const FileDescriptor& folder, const FileStatus& status, int depth) {
   if (depth > kDeepest) return tooDeep();
   auto reader = FolderReader::open(folder);
   if (!reader) return reader.error();
-  const uid_t self = ::geteuid();
   bool isWritable = false;
   for (;;) {
     auto entry = reader->next();
@@ -84,13 +89,13 @@ Status checkRemovable(const FileDescriptor& folder, const FileStatus& status, in
       return systemError(name, errno);
     }
     isWritable = true;
-    const bool isSticky = (status.mode & S_ISVTX) != 0 && status.owner != self && self != 0;
+    const bool isSticky = (status.mode & S_ISVTX) != 0;
     const bool holds = isFolder(folder, **entry);
     if (!isSticky && !holds) continue;
     auto inner = entryOf(folder, name.c_str());
     if (!inner) return inner.error();
     if (!inner->exists()) continue;
-    if (isSticky && inner->status.owner != self) return systemError(name, EPERM);
+    if (isKept(inner->status, status)) return systemError(name, EPERM);
     if (!inner->status.isFolder()) continue;
     if (Status checked = checkRemovable(inner->item, inner->status, depth + 1); !checked) {
       return checked;
@@ -190,14 +195,7 @@ class Copier {
   }
 
   static void setTimes(int descriptor, const FileStatus& status) {
-    constexpr std::int64_t kPerSecond = 1'000'000'000;
-    std::int64_t seconds = status.modified / kPerSecond;
-    std::int64_t rest = status.modified % kPerSecond;
-    if (rest < 0) {
-      rest += kPerSecond;
-      --seconds;
-    }
-    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{seconds, rest}};
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespecOf(status.modified)};
     (void)::futimens(descriptor, times.data());
   }
 
@@ -225,10 +223,28 @@ Status show(const FileDescriptor& ready, const std::string& name, const Place& t
   return systemError("cannot be put in place", number);
 }
 
+// Takes a folder away where the disk is full, which removing must be able to mend. It takes no
+// other folder; what a process leaves that is killed meanwhile nobody can tell for ours, and it
+// stays.
+Status takeAwayWhereItIs(const Place& place) {
+  const auto name = newHiddenName();
+  if (!name) return name.error();
+  if (::renameat2(place.folder.get(), place.name.c_str(), place.folder.get(), name->c_str(),
+                  RENAME_NOREPLACE) != 0) {
+    return systemError("cannot be removed", errno);
+  }
+  (void)removeContent(place.item, 0);
+  (void)::unlinkat(place.folder.get(), name->c_str(), AT_REMOVEDIR);
+  return {};
+}
+
 // Takes a folder away from clients at once, and then apart.
 Status takeAway(const Place& place) {
   auto hidden = HiddenFolder::create(place.folder);
-  if (!hidden) return hidden.error();
+  if (!hidden) {
+    const bool isFull = hidden.error().code == ENOSPC || hidden.error().code == EDQUOT;
+    return isFull ? takeAwayWhereItIs(place) : hidden.error();
+  }
   if (::renameat(place.folder.get(), place.name.c_str(), hidden->descriptor().get(), kContent) !=
       0) {
     return systemError("cannot be removed", errno);
@@ -325,6 +341,9 @@ Status moveItem(const Place& from, const Place& to, const TreeEvents& events) {
   if (::faccessat(from.folder.get(), ".", W_OK | X_OK, AT_EACCESS) != 0) {
     return systemError(from.name, errno);
   }
+  const auto above = statusOf(from.folder.get());
+  if (!above) return above.error();
+  if (isKept(from.status, *above)) return systemError(from.name, EPERM);
   Copier copier(true, true, events);
   if (!from.status.isFile() && !from.status.isFolder()) return renamed;
   if (Status copied = copyAndShow(from, to, copier); !copied) return copied;
