@@ -59,7 +59,7 @@ std::optional<Certificate> createCertificate(Keychain& keychain, const std::stri
 
 }  // namespace
 
-std::optional<Identity> CreateSelfSignedIdentityNamed(
+std::optional<Identity> makeSelfSignedIdentity(
     const std::string& name, const std::vector<std::string>& allowedExecutablePaths) {
   Result<Keychain> keychain = Keychain::open(kSystemKeychainPath);
   if (!keychain) {
@@ -80,9 +80,15 @@ std::optional<Identity> CreateSelfSignedIdentityNamed(
     reportError("SecIdentityCreateWithCertificate error: " + identity.error().description);
     return std::nullopt;
   }
-  // An identity that could not be exported exists all the same; the next start exports it again.
-  (void)exportIdentity(*identity, *certificate, *key);
   return *identity;
+}
+
+std::optional<Identity> CreateSelfSignedIdentityNamed(
+    const std::string& name, const std::vector<std::string>& allowedExecutablePaths) {
+  auto identity = makeSelfSignedIdentity(name, allowedExecutablePaths);
+  // An identity that could not be exported exists all the same; the next start exports it again.
+  if (identity) (void)exportIdentity(*identity, identity->certificate, identity->privateKey);
+  return identity;
 }
 
 }  // namespace tessel

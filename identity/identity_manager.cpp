@@ -8,8 +8,10 @@
 
 namespace tessel {
 
-std::unique_ptr<IdentityManager> IdentityManager::init() {
-  return initWithServerName(hostName().value_or(""));
+std::unique_ptr<IdentityManager> IdentityManager::init() { return initWithServerName(nameFor("")); }
+
+std::string IdentityManager::nameFor(const std::string& configuredName) {
+  return configuredName.empty() ? hostName().value_or("") : configuredName;
 }
 
 std::unique_ptr<IdentityManager> IdentityManager::initWithServerName(const std::string& name) {

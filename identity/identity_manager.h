@@ -19,8 +19,11 @@ class IdentityManager {
 
   // For this name, or for the host's where it is empty.
   static std::unique_ptr<IdentityManager> initWithConfiguredName(const std::string& name) {
-    return name.empty() ? init() : initWithServerName(name);
+    return initWithServerName(nameFor(name));
   }
+
+  // The server name for a configured one: itself, or the host's where it is empty.
+  static std::string nameFor(const std::string& configuredName);
 
   const std::string& serverName() const { return serverName_; }
 

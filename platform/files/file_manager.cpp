@@ -165,6 +165,11 @@ Status FileManager::writeAtomically(const std::string& path, std::string_view by
                      exists ? &old : nullptr, "cannot write " + path);
 }
 
+Status FileManager::writeAtomically(const std::string& path, std::string_view bytes,
+                                    mode_t mode) const {
+  return replaceFile(path, bytes, mode, nullptr, "cannot write " + path);
+}
+
 Result<std::vector<std::string>> FileManager::contentsOfDirectory(const std::string& path) const {
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
   if (!directory) return systemError("cannot list " + path);

@@ -64,6 +64,8 @@ class FileManager {
   // fails, the old file is whole and no temporary file is left.
   Status writeAtomically(const std::string& path, std::string_view bytes,
                          Attributes attributes) const;
+  // The same, with exactly this mode and owned by this process.
+  Status writeAtomically(const std::string& path, std::string_view bytes, mode_t mode) const;
 
   // The names in a folder, hidden ones included, "." and ".." not, in the system's order.
   Result<std::vector<std::string>> contentsOfDirectory(const std::string& path) const;

@@ -74,6 +74,11 @@ bool isASCII(std::string_view text) {
 
 }  // namespace
 
+Certificate Certificate::of(X509* certificate) {
+  X509_up_ref(certificate);
+  return Certificate(owned(certificate));
+}
+
 Result<Certificate> Certificate::fromDER(std::string_view der) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
   auto certificate = owned(d2i_X509(nullptr, &bytes, static_cast<long>(der.size())));

@@ -27,6 +27,8 @@ struct CertificateRequest {
 
 class Certificate {
  public:
+  // A handle to an object of the library's that others hold as well.
+  static Certificate of(x509_st* certificate);
   static Result<Certificate> fromDER(std::string_view der);
   // All certificates of a PEM file in order, or the one of a DER file. Never an empty list.
   static Result<std::vector<Certificate>> allFromFile(std::string_view bytes);

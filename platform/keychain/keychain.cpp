@@ -476,6 +476,20 @@ Result<ImportOutcome> Keychain::importIdentity(const std::vector<Certificate>& c
   return outcome;
 }
 
+Status Keychain::addAgain(std::int64_t id, std::int64_t last) {
+  return change([&](const sql::Database& db) -> Status {
+    const auto newest = db.number("SELECT max(id) FROM item WHERE class = 'certificate'");
+    if (!newest) return newest.error();
+    if (*newest != last) return Error{"somebody else has added a certificate meanwhile"};
+    Status added = run(db,
+                       "INSERT INTO item (class, label, der, public_key_digest) "
+                       "SELECT class, label, der, public_key_digest FROM item "
+                       "WHERE id = ? AND class = 'certificate'",
+                       id);
+    return added ? run(db, "DELETE FROM item WHERE id = ? AND class = 'certificate'", id) : added;
+  });
+}
+
 Status Keychain::deleteItem(std::int64_t id) {
   const Error noSuchItem{"the keychain holds no item " + std::to_string(id)};
   if (!database_) return noSuchItem;

@@ -86,6 +86,11 @@ class Keychain {
   Result<ImportOutcome> importIdentity(const std::vector<Certificate>& chain, const PrivateKey& key,
                                        const std::string& label, const AccessObject& access);
 
+  // Puts the certificate that is this item after all others, as if it had been added just now; it
+  // gets a new id. Fails when `last` is not the last certificate's any more, so that nothing which
+  // the caller has not seen ends up before it.
+  Status addAgain(std::int64_t id, std::int64_t last);
+
   // Removes an item by its id; with the last certificate of a private key goes the key.
   Status deleteItem(std::int64_t id);
 

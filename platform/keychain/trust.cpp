@@ -4,8 +4,6 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
-#include <tuple>
-
 #include "platform/keychain/openssl.h"
 #include "platform/keychain/trust_anchors.h"
 
@@ -41,6 +39,11 @@ bool lacksAuthority(int error) {
   }
 }
 
+// Whether the issuer of the last certificate was found nowhere.
+bool lacksIssuer(int error) {
+  return lacksAuthority(error) && error != X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN;
+}
+
 }  // namespace
 
 Result<ServerPolicy> ServerPolicy::create(const std::string& hostName) {
@@ -72,33 +75,60 @@ Result<Trust> Trust::create(const Certificate& certificate, const ServerPolicy& 
 }
 
 TrustResult Trust::evaluate() const {
-  auto [verified, error] = verify();
-  // The file of authorities takes longer to read than all the rest. Who signed a certificate of his
-  // own is not in it.
-  if (verified == 0 && lacksAuthority(error) && !certificate_.isSelfSigned()) {
-    std::vector<const X509*> handles{certificate_.handle()};
-    for (const Certificate& other : others_) handles.push_back(other.handle());
-    addAnchorsFromFile(anchors_.get(), handles);
-    std::tie(verified, error) = verify();
-  }
-  if (verified < 0) return TrustResult::Invalid;
-  if (verified == 0) {
-    return isBroken(error) ? TrustResult::FatalFailure : TrustResult::RecoverableFailure;
+  const Verification result = verifyWithAll();
+  if (result.verified < 0) return TrustResult::Invalid;
+  if (result.verified == 0) {
+    return isBroken(result.error) ? TrustResult::FatalFailure : TrustResult::RecoverableFailure;
   }
   return certificate_.isForHost(policy_.hostName_) ? TrustResult::Unspecified
                                                    : TrustResult::RecoverableFailure;
 }
 
-std::pair<int, int> Trust::verify() const {
+Trust::Verification Trust::verifyWithAll() const {
+  Verification result = verify();
+  // The file of authorities takes longer to read than all the rest. Who signed a certificate of his
+  // own is not in it.
+  if (result.verified != 0 || !lacksAuthority(result.error) || certificate_.isSelfSigned()) {
+    return result;
+  }
+  std::vector<const X509*> handles{certificate_.handle()};
+  for (const Certificate& other : others_) handles.push_back(other.handle());
+  addAnchorsFromFile(anchors_.get(), handles);
+  return verify();
+}
+
+Trust::Verification Trust::verify() const {
   const OpenSSLPointer<X509_STORE_CTX, X509_STORE_CTX_free> context(X509_STORE_CTX_new());
   if (!context || X509_STORE_CTX_init(context.get(), anchors_.get(), certificate_.handle(),
                                       chain_.get()) != 1) {
     ERR_clear_error();
-    return {-1, X509_V_ERR_OUT_OF_MEM};
+    return {-1, X509_V_ERR_OUT_OF_MEM, {}};
   }
-  const int verified = X509_verify_cert(context.get());
+  Verification result;
+  result.verified = X509_verify_cert(context.get());
+  result.error = X509_STORE_CTX_get_error(context.get());
+  const STACK_OF(X509)* const chain = X509_STORE_CTX_get0_chain(context.get());
+  for (int i = 0; i < sk_X509_num(chain); ++i) {
+    result.chain.push_back(Certificate::of(sk_X509_value(chain, i)));
+  }
   ERR_clear_error();
-  return {verified, X509_STORE_CTX_get_error(context.get())};
+  return result;
+}
+
+Result<ServedChain> servedChain(const Certificate& certificate,
+                                const std::vector<Certificate>& others) {
+  const auto policy = ServerPolicy::create("");
+  const auto trust = policy ? Trust::create(certificate, *policy, others) : policy.error();
+  if (!trust) return trust.error();
+  Trust::Verification result = trust->verifyWithAll();
+  if (result.verified < 0) return Error{"memory is short"};
+  ServedChain served;
+  if (result.chain.empty()) return served;
+  const bool endsWithAuthority = result.verified == 1 || result.chain.back().isSelfSigned();
+  served.isComplete = endsWithAuthority || !lacksIssuer(result.error);
+  if (endsWithAuthority && result.chain.size() > 1) result.chain.pop_back();
+  served.intermediates.assign(result.chain.begin() + 1, result.chain.end());
+  return served;
 }
 
 }  // namespace tessel

@@ -3,7 +3,6 @@
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/base/result.h"
@@ -23,6 +22,8 @@ enum class TrustResult {
   RecoverableFailure = 5,  // the administrator can mend it: issuer, date, host name, self-signed
   FatalFailure = 6,        // the certificate or a signature is broken
 };
+
+struct ServedChain;
 
 // The purpose "SSL server" for one host name or address. An address counts only against the
 // addresses that a certificate has, a name that begins with a full stop against nothing.
@@ -49,11 +50,20 @@ class Trust {
   TrustResult evaluate() const;
 
  private:
+  friend Result<ServedChain> servedChain(const Certificate& certificate,
+                                         const std::vector<Certificate>& others);
   Trust(Certificate certificate, ServerPolicy policy)
       : certificate_(std::move(certificate)), policy_(std::move(policy)) {}
 
-  // X509_verify_cert(3)'s result and, for 0, the reason by its number.
-  std::pair<int, int> verify() const;
+  // X509_verify_cert(3)'s result, for 0 the reason by its number, and what it looked at.
+  struct Verification {
+    int verified = 0;
+    int error = 0;
+    std::vector<Certificate> chain;  // as far as it was found, the certificate first
+  };
+  Verification verify() const;
+  // The same with the system's file of authorities, if need be.
+  Verification verifyWithAll() const;
 
   Certificate certificate_;
   ServerPolicy policy_;
@@ -61,5 +71,19 @@ class Trust {
   std::shared_ptr<stack_st_X509> chain_;  // of the others
   std::shared_ptr<x509_store_st> anchors_;
 };
+
+// What a server sends with its certificate.
+struct ServedChain {
+  // From the certificate's issuer upwards; the authority itself, which clients have, is left out.
+  std::vector<Certificate> intermediates;
+  // Whether the last of them, or the certificate, was issued by an authority of the system's, or by
+  // one that is among the others. Otherwise something is missing.
+  bool isComplete = false;
+};
+
+// The chain of a certificate as far as these others and the system's anchors give it. Fails when
+// memory is short.
+Result<ServedChain> servedChain(const Certificate& certificate,
+                                const std::vector<Certificate>& others);
 
 }  // namespace tessel

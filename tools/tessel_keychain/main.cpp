@@ -1,18 +1,24 @@
 // tessel-keychain: how an administrator looks into the system keychain, brings an identity in and
 // takes one out. Exit status: 0 done, 1 failed with one line on standard error, 2 wrong usage.
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "contract/paths.h"
+#include "control/configuration.h"
+#include "identity/candidates.h"
+#include "identity/identity_manager.h"
 #include "platform/base/hexadecimal.h"
 #include "platform/base/text.h"
 #include "platform/files/file_manager.h"
 #include "platform/keychain/certificate.h"
 #include "platform/keychain/digest.h"
 #include "platform/keychain/keychain.h"
+#include "platform/keychain/trust.h"
 #include "platform/process/console.h"
 #include "platform/process/process.h"
 
@@ -79,6 +85,72 @@ int list(const Keychain& keychain) {
   return kDone;
 }
 
+// What an administrator wants to know at once of an identity that he brings in.
+struct Advice {
+  std::optional<std::string> use;
+  std::vector<std::string> warnings;
+};
+
+// Why the look-up passes an identity over that has this label; none when it is a candidate.
+std::optional<std::string> whyNoCandidate(const Certificate& certificate, const std::string& label,
+                                          const std::string& serverName) {
+  const auto name = certificate.commonName();
+  if (name != serverName) {
+    return "its common name is " + (name ? shown(*name) : "missing") +
+           ", and has to be the server name";
+  }
+  if (label == serverName) return std::nullopt;
+  return "its label is " + shown(label) +
+         ", and has to be the server name; delete it and import it without --label";
+}
+
+bool isSame(const Certificate& one, const Certificate& other) {
+  const auto digest = one.digest();
+  const auto otherDigest = other.digest();
+  return digest && otherDigest && *digest == *otherDigest;
+}
+
+// Says of an identity that is about to be imported whether tesselctl will use it, and whether its
+// chain leads to an authority. Fails when the keychain cannot be read.
+Result<Advice> adviceOn(const Keychain& keychain, const std::vector<Certificate>& chain,
+                        const PrivateKey& key, const std::string& label) {
+  const Certificate& own = chain.front();
+  auto others = keychain.certificates();
+  if (!others) return others.error();
+  others->insert(others->end(), chain.begin(), chain.end());
+  Advice advice;
+  const auto served = servedChain(own, *others);
+  if (served && !served->isComplete) {
+    const Certificate& last = served->intermediates.empty() ? own : served->intermediates.back();
+    advice.warnings.push_back("the chain ends with the issuer " + last.issuer() +
+                              ", which is neither in the keychain nor trusted by this machine; "
+                              "clients that do not know it refuse the server, so import the chain");
+  }
+  const auto configuration = Configuration::load(kSettingsFile);
+  if (!configuration) return advice;  // tesselctl says why
+  const std::string name = IdentityManager::nameFor(configuration->identityName());
+  const std::string unused = "tesselctl does not use it for the server name " + shown(name) + ": ";
+  if (const auto why = whyNoCandidate(own, label, name)) {
+    advice.warnings.push_back(unused + *why);
+    return advice;
+  }
+  auto found = keychain.identities(name);
+  if (!found) return found.error();
+  std::vector<Identity>& identities = found->identities;
+  const auto present = std::find_if(identities.begin(), identities.end(), [&own](const auto& one) {
+    return isSame(one.certificate, own);
+  });
+  if (present == identities.end()) identities.push_back({own, key});
+  const auto preferred = preferredOf(judgeCandidates(identities, name, *others).judged);
+  if (preferred && isSame(identities[preferred->index].certificate, own)) {
+    advice.use = "tesselctl uses it for the server name " + shown(name);
+  } else {
+    advice.warnings.push_back(unused +
+                              "the keychain has one that is trusted more or was added later");
+  }
+  return advice;
+}
+
 int import(Keychain& keychain, const std::string& certificatePath, const std::string& keyPath,
            const std::optional<std::string>& givenLabel) {
   const FileManager files;
@@ -96,12 +168,18 @@ int import(Keychain& keychain, const std::string& certificatePath, const std::st
   if (!label) return fail(certificatePath + " has no common name; give a label with --label");
   const auto self = callingTrustedProgram();
   if (!self) return fail(self.error().description);
+  const auto advice = adviceOn(keychain, *chain, *key, *label);
+  if (!advice) return fail(advice.error().description);
   const auto outcome =
       keychain.importIdentity(*chain, *key, *label, {"Access to trusted apps", {*self}});
   if (!outcome) return fail(outcome.error().description);
   printLine((*outcome == ImportOutcome::Imported ? "Imported identity "
                                                  : "Nothing to do; the keychain has identity ") +
             shown(*label));
+  if (advice->use) printLine(*advice->use);
+  for (const std::string& warning : advice->warnings) {
+    printErrorLine("tessel-keychain: warning: " + warning);
+  }
   return kDone;
 }
 

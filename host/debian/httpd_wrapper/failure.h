@@ -6,6 +6,10 @@
 
 namespace tessel {
 
+// For what is known only as long as the machine runs.
+inline constexpr const char* kRunFolder = "/run/tessel";
+inline constexpr unsigned kRunFolderMode = 0755;
+
 // While Apache runs without Tessel: the reason.
 inline constexpr const char* kReasonFile = "/run/tessel/without";
 

@@ -21,6 +21,7 @@
 #include "contract/paths.h"
 #include "host/debian/httpd_wrapper/apache_start.h"
 #include "host/debian/httpd_wrapper/failure.h"
+#include "host/debian/httpd_wrapper/identity.h"
 #include "host/debian/httpd_wrapper/settings.h"
 #include "platform/files/file_descriptor.h"
 #include "platform/files/file_manager.h"
@@ -41,8 +42,6 @@ constexpr const char* kStepVariable = "HTTPD_WRAPPER_STEP";
 constexpr const char* kTestVariable = "HTTPD_WRAPPER_TESTS_START";
 // By this name Debian's scripts look for the running Apache in the list of processes.
 constexpr const char* kApacheName = "/usr/sbin/apache2";
-constexpr const char* kStateFolder = "/run/tessel";
-constexpr mode_t kFolderMode = 0755;
 
 void remark(const std::string& text) { tessel::printErrorLine("httpd-wrapper: " + text); }
 
@@ -131,6 +130,21 @@ void printRemarks() {
   }
 }
 
+// Whether Apache reads its configuration with these arguments, which it does not to stop.
+bool readsConfiguration(const Arguments& arguments) {
+  return arguments.empty() || !arguments.back().ends_with("stop");
+}
+
+// Before Apache reads its configuration.
+void prepareIdentity() {
+  const tessel::ApacheStart start = apacheStart();
+  const auto& defines = start.defines;
+  if (std::find(defines.begin(), defines.end(), "TESSEL_SSL") == defines.end()) return;
+  const tessel::Status told =
+      tessel::tellIdentity(start.variables.at(tessel::environment::kCertID));
+  if (!told) remark(told.error().description);
+}
+
 int start(const std::string& program, const Arguments& arguments) {
   const tessel::FileManager files;
   (void)files.removeItem(tessel::kReasonFile);
@@ -148,9 +162,7 @@ int start(const std::string& program, const Arguments& arguments) {
   }
   // The end of the reason tells most.
   remark("Apache is started without Tessel: " + reason.substr(reason.rfind('\n') + 1));
-  if (!files.directoryExistsAtPath(kStateFolder)) {
-    (void)files.createDirectory(kStateFolder, kFolderMode);
-  }
+  (void)files.createDirectory(tessel::kRunFolder, tessel::kRunFolderMode);
   (void)files.writeAtomically(tessel::kReasonFile, reason + "\n",
                               tessel::FileManager::Attributes::KeepExisting);
   const int status = runApache(program, arguments, false);
@@ -199,6 +211,7 @@ int main(int argc, char** argv) {
   if (const char* step = std::getenv(kStepVariable)) {
     return becomeApache(*program, arguments, std::strcmp(step, "with") == 0);
   }
+  if (isTesselOn() && readsConfiguration(arguments)) prepareIdentity();
   if (isStart(arguments)) return start(*program, arguments);
   if (isTest(arguments) && std::getenv(kTestVariable) != nullptr && isTesselOn()) {
     const int status = runApache(*program, arguments, true);

@@ -16,14 +16,9 @@ constexpr size_t kLargestCertificateFile = 1'000'000;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr std::int64_t kSoon = 30 * kSecondsPerDay;
 
-const char* const kServeAnew = "rm /etc/tessel/*.cert.pem; tesselctl start";
 const char* const kImport =
-    "Import the new one with its chain: tessel-keychain import CERT KEY; then run: "
-    "rm /etc/tessel/*.cert.pem; tesselctl start";
-// What is in the keychain is used again, so it has to go first.
-const char* const kMakeAnew =
-    "Run: tessel-keychain list; tessel-keychain delete ID; rm /etc/tessel/*.cert.pem; "
-    "tesselctl start";
+    "Import the new one with its chain: tessel-keychain import CERT KEY; "
+    "then run: tessel-host renew";
 
 // What clients are shown, the server's own first.
 std::vector<Certificate> shownCertificates(const Service& service,
@@ -40,7 +35,7 @@ std::vector<Certificate> shownCertificates(const Service& service,
 }
 
 void checkDates(const Certificate& certificate, const std::string& where, Findings& findings) {
-  const std::string toDo = certificate.isSelfSigned() ? kMakeAnew : kImport;
+  const std::string toDo = certificate.isSelfSigned() ? "Run: tessel-host renew" : kImport;
   const auto validity = certificate.validity();
   const std::string day = certificate.expiryDay().value_or("an unknown day");
   if (!validity) {
@@ -73,19 +68,18 @@ void checkChain(const std::vector<Certificate>& served, const std::string& name,
   const auto keychain = Keychain::open(kSystemKeychainPath);
   const auto known = keychain ? keychain->certificates() : keychain.error();
   if (known && isTrusted(own, name, *known)) {
-    warn(
-        findings, where,
-        "it is served without the intermediate certificate that leads to its authority, so "
-        "clients refuse it",
-        "Put the intermediate certificates into a file and name it in a configuration of Apache's: "
-        "SSLCertificateChainFile FILE");
+    warn(findings, where,
+         "it is served without the intermediate certificate that leads to its authority, so "
+         "clients refuse it",
+         "Run: tessel-host renew");
     return;
   }
-  warn(findings, where,
-       "no authority that this machine knows vouches for it; it was issued by " + own.issuer() +
-           ", whose certificate is missing",
-       "Import it with its whole chain: tessel-keychain import FULLCHAIN KEY; if the authority is "
-       "your own, add it to this machine: update-ca-certificates");
+  warn(
+      findings, where,
+      "no authority that this machine knows vouches for it; it was issued by " + own.issuer() +
+          ", whose certificate is missing",
+      "Import it with its whole chain: tessel-keychain import FULLCHAIN KEY; then run: tessel-host "
+      "renew; if the authority is your own, add it to this machine: update-ca-certificates");
 }
 
 }  // namespace
@@ -111,7 +105,7 @@ void checkCertificate(const Service& service, const std::optional<HTTPAnswer>& a
     warn(findings, where,
          "it is not for the name " + shown(service.name) + ", so clients that use it refuse",
          "Correct ServerName in " + std::string(kSettingsFile) +
-             " or import a certificate for it, then run: " + kServeAnew);
+             " or import a certificate for it, then run: tessel-host renew");
   }
   if (answer && findings.size() == before) checkChain(served, service.name, where, findings);
 }

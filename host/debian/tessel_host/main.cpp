@@ -8,6 +8,7 @@
 #include "host/debian/tessel_host/check.h"
 #include "host/debian/tessel_host/grant.h"
 #include "host/debian/tessel_host/locks.h"
+#include "host/debian/tessel_host/renew.h"
 #include "platform/process/console.h"
 #include "platform/process/process.h"
 
@@ -22,7 +23,8 @@ constexpr const char* kUsage =
     "Usage: tessel-host check [--quiet]\n"
     "       tessel-host grant [--undo] FOLDER\n"
     "       tessel-host locks\n"
-    "       tessel-host unlock PATH";
+    "       tessel-host unlock PATH\n"
+    "       tessel-host renew";
 
 // What the words ask for; nothing when they are not understood.
 std::function<int()> commandOf(const Words& words) {
@@ -41,6 +43,7 @@ std::function<int()> commandOf(const Words& words) {
   if (words[0] == "unlock" && count == 2 && !words[1].starts_with('-')) {
     return [path = words[1]] { return tessel::unlock(path); };
   }
+  if (words == Words{"renew"}) return tessel::renew;
   return nullptr;
 }
 
