@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -20,7 +20,7 @@ TEST(PageMarkup, BytesAreTextWhateverTheyAre) {
       // Well-formed UTF-8 ends where RFC 3629 says: overlong, surrogates, beyond U+10FFFF, cut off.
       {"\xff|\xc0\xaf|\xed\xa0\x80|\xf4\x90\x80\x80|\xe2\x82|\x80", "�|��|���|����|�|�"},
       {"\xc3<b>", "�&lt;b&gt;"},
-      {"photo\u202Egpj.exe\u2066\u2028", "photo�gpj.exe��"},
+      {"photo\u202Egpj.exe\u202C\u2066x\u2069\u2028", "photo�gpj.exe��x��"},
       {"\u0085\uFDD0\uFFFF\U0001FFFE", "����"},
       {"\u200Fשלום", "\u200Fשלום"},
   };
