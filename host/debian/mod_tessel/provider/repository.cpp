@@ -4,6 +4,8 @@
 #include <http_request.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <vector>
@@ -169,6 +171,28 @@ Status setTime(request_rec* request, NewFile& file) {
   return {};
 }
 
+// Whether the request counts only for what stood there when it came, or for nothing at all.
+bool isConditional(const request_rec* request) {
+  constexpr std::array<const char*, 3> kConditions{"If-Match", "If-None-Match",
+                                                   "If-Unmodified-Since"};
+  return std::any_of(kConditions.begin(), kConditions.end(), [request](const char* condition) {
+    return apr_table_get(request->headers_in, condition) != nullptr;
+  });
+}
+
+// Whether that still stands there, after an upload that may have taken long.
+bool isUnchanged(const Place& place) {
+  const auto now = statusIn(place.folder.get(), place.name.c_str());
+  if (!place.exists()) return !now && now.error().code == ENOENT;
+  return now && now->identity.isSameFile(place.status.identity) && now->size == place.status.size &&
+         now->modified == place.status.modified;
+}
+
+dav_error* hasChanged(const dav_resource* resource) {
+  return dav_new_error(resource->pool, HTTP_PRECONDITION_FAILED, 0, 0,
+                       "The file has changed during the upload.");
+}
+
 dav_error* publish(dav_stream* stream) {
   dav_resource* resource = stream->resource;
   request_rec* request = resource->info->request;
@@ -183,12 +207,15 @@ dav_error* publish(dav_stream* stream) {
   if (Status set = setTime(request, file); !set) return writeError(stream, set);
   const auto made = statusOf(file.descriptor().get());
   if (!made) return writeError(stream, made.error());
+  const bool isBound = isConditional(request);
+  if (isBound && !isUnchanged(place)) return hasChanged(resource);
   State& state = stateOf(resource);
   File known = fileOf(resource);
   const auto isKnown = state.willReplace(known, made->identity);
   if (!isKnown) return stateError(request, isKnown.error());
   Status published = file.publish(place.name, place.exists());
   // Somebody else was faster; the last one wins, as it would have a moment later.
+  if (!published && published.error().code == EEXIST && isBound) return hasChanged(resource);
   if (!published && published.error().code == EEXIST) published = file.publish(place.name, true);
   if (!published) return writeError(stream, published);
   known.identity = made->identity;
