@@ -15,6 +15,7 @@
 #include "host/debian/mod_tessel/files/folder_reader.h"
 #include "host/debian/mod_tessel/files/listed.h"
 #include "host/debian/mod_tessel/files/space.h"
+#include "host/debian/mod_tessel/module.h"
 #include "host/debian/mod_tessel/output.h"
 #include "host/debian/mod_tessel/page_headers.h"
 #include "host/debian/mod_tessel/pages/connect_page.h"
@@ -22,11 +23,6 @@
 #include "host/debian/mod_tessel/pages/quantities.h"
 #include "host/debian/mod_tessel/pages/share_list_page.h"
 #include "platform/base/percent_encoding.h"
-
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
 
 namespace tessel {
 

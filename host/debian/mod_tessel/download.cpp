@@ -14,11 +14,7 @@
 #include <cerrno>
 
 #include "host/debian/mod_tessel/etag.h"
-
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
+#include "host/debian/mod_tessel/module.h"
 
 namespace tessel {
 

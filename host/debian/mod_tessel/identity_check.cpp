@@ -11,14 +11,10 @@
 #include <string>
 
 #include "host/debian/mod_tessel/identity_lock.h"
+#include "host/debian/mod_tessel/module.h"
 #include "platform/files/file_manager.h"
 #include "platform/keychain/served_identity.h"
 #include "platform/process/program.h"
-
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
 
 namespace tessel {
 

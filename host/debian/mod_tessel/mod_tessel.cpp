@@ -22,6 +22,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/debian/apache_command.h"
 #include "host/debian/mod_tessel/browse.h"
 #include "host/debian/mod_tessel/download.h"
 #include "host/debian/mod_tessel/entrance.h"
@@ -244,13 +245,6 @@ const char* setEntrance(cmd_parms* /*command*/, void* location, const char* path
   if (path[0] != '/') return "TesselEntrance needs the path of a location";
   static_cast<Location*>(location)->entrance = path;
   return nullptr;
-}
-
-// Apache stores functions of all shapes as one type and calls them by the shape that goes with the
-// directive.
-template <typename Function>
-cmd_func asCommand(Function* function) {
-  return reinterpret_cast<cmd_func>(reinterpret_cast<void (*)()>(function));
 }
 
 // NOLINTNEXTLINE(cert-err58-cpp,modernize-avoid-c-arrays): as Apache's macros want it

@@ -18,15 +18,11 @@
 #include "host/debian/mod_tessel/files/hidden.h"
 #include "host/debian/mod_tessel/files/listed.h"
 #include "host/debian/mod_tessel/files/space.h"
+#include "host/debian/mod_tessel/module.h"
 #include "host/debian/mod_tessel/output.h"
 #include "host/debian/mod_tessel/property_answer.h"
 #include "host/debian/mod_tessel/property_request.h"
 #include "platform/base/percent_encoding.h"
-
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
 
 namespace tessel {
 

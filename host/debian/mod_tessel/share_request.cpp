@@ -8,10 +8,7 @@
 #include <cstring>
 #include <new>
 
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
+#include "host/debian/mod_tessel/module.h"
 
 namespace tessel {
 

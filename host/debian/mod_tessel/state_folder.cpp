@@ -11,13 +11,9 @@
 
 #include <cerrno>
 
+#include "host/debian/mod_tessel/module.h"
 #include "host/debian/mod_tessel/state/state.h"
 #include "platform/files/file_descriptor.h"
-
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
 
 namespace tessel {
 

@@ -26,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/debian/apache_command.h"
 #include "host/debian/mod_tessel_sign_in/gate.h"
 #include "host/debian/mod_tessel_sign_in/memberships.h"
 #include "host/debian/mod_tessel_sign_in/open_accounts.h"
@@ -378,13 +379,6 @@ const char* setOn(cmd_parms* /*command*/, void* location, int on) {
 const char* setGroup(cmd_parms* /*command*/, void* location, const char* group) {
   static_cast<Location*>(location)->group = group;
   return nullptr;
-}
-
-// Apache stores functions of all shapes as one type and calls them by the shape that goes with the
-// directive.
-template <typename Function>
-cmd_func asCommand(Function* function) {
-  return reinterpret_cast<cmd_func>(reinterpret_cast<void (*)()>(function));
 }
 
 // NOLINTNEXTLINE(cert-err58-cpp,modernize-avoid-c-arrays): as Apache's macros want it

@@ -16,12 +16,8 @@
 #include <vector>
 
 #include "host/debian/mod_tessel/element_text.h"
+#include "host/debian/mod_tessel/module.h"
 #include "host/debian/mod_tessel/provider/resource.h"
-
-extern "C" {
-extern module AP_MODULE_DECLARE_DATA tessel_module;
-}
-APLOG_USE_MODULE(tessel);
 
 // mod_dav's names for the properties of a resource while they are open, for the namespaces of a
 // request, and for what it takes to undo a change.
