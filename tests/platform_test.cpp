@@ -1,6 +1,7 @@
 // Logic with many cases: text readings, paths, captured output.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -48,6 +49,19 @@ TEST(Text, RecognisesUTF8AndWhatAnXMLFileCanHold) {
   }
   for (const std::string& text : {"\0"s, "\x01"s, "\x1B[31m"s, "\xEF\xBF\xBE"s, "a\xEF\xBF\xBF"s}) {
     EXPECT_TRUE(isUTF8(text) && !isXMLText(text)) << testing::PrintToString(text);
+  }
+}
+
+TEST(Text, ShowsWhatDoesNothingToATerminal) {
+  for (const auto& [text, line, word] : std::vector<std::array<std::string, 3>>{
+           {"a/b", "a/b", "a/b"},
+           {"\u00E4 \u20AC \U0001F600", "\u00E4 \u20AC \U0001F600", "'\u00E4 \u20AC \U0001F600'"},
+           {"it's \\", "it's \\x5C", "'it'\\''s \\'"},
+           {"\x1B[2J'\x7F", "\\x1B[2J'\\x7F", "$'\\x1B[2J\\'\\x7F'"},
+           {"\xC2\x9B", "\\xC2\\x9B", "$'\\xC2\\x9B'"},
+           {"\xE2\x80\xAE\xE4", "\\xE2\\x80\\xAE\\xE4", "$'\\xE2\\x80\\xAE\\xE4'"}}) {
+    EXPECT_EQ(shown(text), line);
+    EXPECT_EQ(shellWord(text), word);
   }
 }
 

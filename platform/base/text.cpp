@@ -35,16 +35,35 @@ size_t sequenceLength(std::string_view bytes) {
   return 0;
 }
 
-// Whether a character does nothing to a terminal, and leaves the order of the others alone: no C0
-// or C1 control (up to U+009F), end of line or mark of direction (U+200E, U+200F, U+2028 to U+202E,
-// U+2066 to U+2069).
-bool isPlain(std::string_view character) {
+// The number of a well-formed character.
+char32_t numberOf(std::string_view character) {
   const auto first = static_cast<unsigned char>(character.front());
-  if (character.size() == 1) return first >= 0x20 && first < 0x7F;
-  return !(character >= "\xC2\x80" && character <= "\xC2\x9F") &&
-         !(character >= "\xE2\x80\x8E" && character <= "\xE2\x80\x8F") &&
-         !(character >= "\xE2\x80\xA8" && character <= "\xE2\x80\xAE") &&
-         !(character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+  if (character.size() == 1) return first;
+  // Of the first byte, the bits after those that tell the length and a zero.
+  char32_t number = first & (0x7FU >> character.size());
+  for (const char c : character.substr(1)) {
+    number = (number << 6U) | (static_cast<unsigned char>(c) & 0x3FU);
+  }
+  return number;
+}
+
+// Whether a character does nothing to a terminal, and leaves the order of the others alone: no C0
+// or C1 control, end of line or mark of direction.
+bool isPlain(std::string_view character) {
+  struct Range {
+    char32_t first;
+    char32_t last;
+  };
+  constexpr std::array<Range, 6> kSteering{{{0, 0x1F},
+                                            {0x7F, 0x9F},
+                                            {0x061C, 0x061C},
+                                            {0x200E, 0x200F},
+                                            {0x2028, 0x202E},
+                                            {0x2066, 0x2069}}};
+  const char32_t number = numberOf(character);
+  return std::none_of(kSteering.begin(), kSteering.end(), [&](const Range& range) {
+    return number >= range.first && number <= range.last;
+  });
 }
 
 bool isPlainText(std::string_view text) {
