@@ -89,7 +89,7 @@ Status exportUnderPresentPassPhrase(const std::string& certID, const Identity& i
 
 Status mendExported(const std::string& certID) {
   if (!presentPassPhrase()) return {};
-  const Status fits = exportedFits(certID);
+  Status fits = exportedFits(certID);
   if (fits) return fits;
   const auto file = FileManager().readFile(exportedCertificatePath(certID), kLargestFile);
   const auto certificates = file ? Certificate::allFromFile(*file) : file.error();
