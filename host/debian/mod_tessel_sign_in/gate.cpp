@@ -223,6 +223,9 @@ void* Gate::makeMemory() {
   return memory;
 }
 
+Gate::Gate(void* memory)
+    : tables_(static_cast<Tables*>(memory)), digest_(KeyedDigest::withKey(tables_->digestKey)) {}
+
 size_t Gate::sizeOfMemory() { return sizeof(Tables); }
 
 std::int64_t Gate::now() {
@@ -232,7 +235,8 @@ std::int64_t Gate::now() {
 }
 
 Result<SignInTag> Gate::tagOf(std::string_view text) const {
-  return keyedDigest(tables_->digestKey, text);
+  if (!digest_) return digest_.error();
+  return digest_->of(text);
 }
 
 std::uint64_t Gate::keyOf(std::string_view text) const {

@@ -64,7 +64,7 @@ class Gate {
   static void* makeMemory();
   static size_t sizeOfMemory();
 
-  explicit Gate(void* memory) : tables_(static_cast<Tables*>(memory)) {}
+  explicit Gate(void* memory);
 
   static std::int64_t now();
 
@@ -106,6 +106,7 @@ class Gate {
   class Lock;
 
   Tables* tables_;
+  Result<KeyedDigest> digest_;  // with the memory's key
 };
 
 }  // namespace tessel

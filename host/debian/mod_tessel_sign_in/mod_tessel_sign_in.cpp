@@ -21,7 +21,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,7 +51,7 @@ struct Location {
 
 // Of each virtual host; the objects are the same for all.
 struct Server {
-  void* gateMemory;
+  Gate* gate;
   Memberships* memberships;
   FileStamp* shadow;  // of the accounts that were looked at last; the first process's own
 };
@@ -92,7 +91,7 @@ bool isCheckable(std::string_view text) {
 // One sign-in on its way through the gate.
 class SignIn {
  public:
-  SignIn(request_rec* request, Gate gate, std::string user, std::string password)
+  SignIn(request_rec* request, Gate& gate, std::string user, std::string password)
       : request_(request), gate_(gate), user_(std::move(user)), password_(std::move(password)) {}
   SignIn(const SignIn&) = delete;
   SignIn& operator=(const SignIn&) = delete;
@@ -218,7 +217,7 @@ class SignIn {
   }
 
   request_rec* request_;
-  Gate gate_;
+  Gate& gate_;
   std::string user_;
   std::string password_;
   Client client_;
@@ -239,7 +238,7 @@ int authenticate(request_rec* request) {
   request->user = const_cast<char*>(user);
   request->ap_auth_type = const_cast<char*>("Basic");
   const auto* server = configOf<Server>(request->server->module_config);
-  SignIn signIn(request, Gate(server->gateMemory), user, password);
+  SignIn signIn(request, *server->gate, user, password);
   if (!isCheckable(user) || !isCheckable(password)) return signIn.refuse();
   const bool isMember =
       location->group == nullptr || server->memberships->isMember(user, location->group);
@@ -282,9 +281,22 @@ authz_status checkGroup(request_rec* request, const char* groups, const void* /*
 
 constexpr authz_provider kGroups{checkGroup, nullptr};
 
-apr_status_t deleteMemberships(void* memberships) {
-  delete static_cast<Memberships*>(memberships);
+template <typename Object>
+apr_status_t deleteObject(void* object) {
+  delete static_cast<Object*>(object);
   return APR_SUCCESS;
+}
+
+// One that goes with the configuration; null when there is no memory.
+template <typename Object, typename... Arguments>
+Object* makeObject(apr_pool_t* configuration, Arguments... arguments) {
+  try {
+    auto* object = new Object(arguments...);
+    apr_pool_cleanup_register(configuration, object, deleteObject<Object>, apr_pool_cleanup_null);
+    return object;
+  } catch (...) {
+    return nullptr;
+  }
 }
 
 // Apache's first process, which is root's, looks every ten seconds whether accounts have changed.
@@ -299,7 +311,7 @@ void lookForOpenAccounts(server_rec* server) {
     ap_log_error(APLOG_MARK, APLOG_ERR, errno, server, "cannot read %s", kShadow);
     return;
   }
-  Gate gate(own->gateMemory);
+  Gate& gate = *own->gate;
   std::vector<std::uint64_t> users;
   for (const std::string& name : *names) users.push_back(gate.keyOf("user\n" + name));
   if (!gate.setRefused(users)) {
@@ -331,15 +343,15 @@ int prepareServers(apr_pool_t* configuration, apr_pool_t* /*log*/, apr_pool_t* /
     memory = Gate::makeMemory();
     if (memory != nullptr) apr_pool_userdata_setn(memory, name, nullptr, lasting);
   }
-  auto* memberships = new (std::nothrow) Memberships;
-  apr_pool_cleanup_register(configuration, memberships, deleteMemberships, apr_pool_cleanup_null);
-  if (memory == nullptr || memberships == nullptr) {
+  auto* gate = memory == nullptr ? nullptr : makeObject<Gate>(configuration, memory);
+  auto* memberships = makeObject<Memberships>(configuration);
+  if (gate == nullptr || memberships == nullptr) {
     ap_log_error(APLOG_MARK, APLOG_EMERG, 0, first, "no memory for sign-ins");
     return HTTP_INTERNAL_SERVER_ERROR;
   }
   auto* shadow = static_cast<FileStamp*>(apr_pcalloc(configuration, sizeof(FileStamp)));
   for (server_rec* server = first; server != nullptr; server = server->next) {
-    *configOf<Server>(server->module_config) = {memory, memberships, shadow};
+    *configOf<Server>(server->module_config) = {gate, memberships, shadow};
   }
   return watchAccounts(configuration, first);
 }
