@@ -135,7 +135,8 @@ dav_error* getLocks(dav_lockdb* database, const dav_resource* resource, int /*ki
     const auto found = stateOf(resource).locks(file);
     if (!found) return stateError(database->info->request, found.error());
     for (const Lock& lock : *found) {
-      dav_lock* made = makeLock(poolOf(database), lock, file);
+      // In the resource's memory: a walk asks for each of thousands, and long owners come with it.
+      dav_lock* made = makeLock(resource->pool, lock, file);
       made->next = *locks;
       *locks = made;
     }
