@@ -33,11 +33,16 @@ int answerGet(request_rec* request, const char* prefix) {
 
 int answerEntrance(request_rec* request, const char* prefix) {
   if (request->method_number == M_PROPFIND) return answerEntrancePropfind(request, prefix);
+  if (request->method_number != M_GET) return answerOptions(request);
   if (const int status = ap_discard_request_body(request); status != OK) return status;
-  if (request->method_number == M_GET) return answerGet(request, prefix);
+  return answerGet(request, prefix);
+}
+
+int answerOptions(request_rec* request) {
+  if (const int status = ap_discard_request_body(request); status != OK) return status;
   apr_table_setn(request->headers_out, "Allow", "GET,HEAD,OPTIONS,PROPFIND");
   if (request->method_number != M_OPTIONS) return HTTP_METHOD_NOT_ALLOWED;
-  // As for the list of shares: some clients decide by what they were given first.
+  // What the shares below can do: some clients decide by the collection that they were given.
   apr_table_setn(request->headers_out, "DAV", "1,2");
   apr_table_setn(request->headers_out, "MS-Author-Via", "DAV");
   ap_set_content_length(request, 0);

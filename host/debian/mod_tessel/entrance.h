@@ -9,4 +9,8 @@ namespace tessel {
 // `prefix` is the location at which shares are served.
 int answerEntrance(request_rec* request, const char* prefix);
 
+// OPTIONS of a collection that is no folder, "/" or the list of shares; what is neither that, GET,
+// HEAD nor PROPFIND is refused.
+int answerOptions(request_rec* request);
+
 }  // namespace tessel

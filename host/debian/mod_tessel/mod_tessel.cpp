@@ -142,14 +142,7 @@ int answer(request_rec* request) {
   if (request->method_number == M_PROPFIND) return answerPropfind(request, *share);
   if (request->method_number == M_GET) return answerGet(request, *share);
   // Only of the list: everything else of a share is mod_dav's.
-  if (const int status = ap_discard_request_body(request); status != OK) return status;
-  apr_table_setn(request->headers_out, "Allow", "GET,HEAD,OPTIONS,PROPFIND");
-  if (request->method_number != M_OPTIONS) return HTTP_METHOD_NOT_ALLOWED;
-  // What the shares below can do: some clients decide by the collection that they were given.
-  apr_table_setn(request->headers_out, "DAV", "1,2");
-  apr_table_setn(request->headers_out, "MS-Author-Via", "DAV");
-  ap_set_content_length(request, 0);
-  return OK;
+  return answerOptions(request);
 }
 
 // The boundary to Apache, which is C: no exception may cross it.
