@@ -23,14 +23,14 @@ bool isNoise(std::string_view line) {
   return trimmed(std::string(line)).empty();
 }
 
-// The processes in what ss(8) prints: "1,23".
+// The processes in what ss(8) prints: "1,23". One with several sockets is there several times,
+// which ps(1) does not mind.
 std::string processesIn(const std::string& text) {
   std::string processes;
   constexpr std::string_view kProcess = "pid=";
   for (size_t at = text.find(kProcess); at != std::string::npos; at = text.find(kProcess, at)) {
     at += kProcess.size();
     const std::string process = text.substr(at, text.find_first_not_of("0123456789", at) - at);
-    if (processes.find(process) != std::string::npos) continue;
     processes += (processes.empty() ? "" : ",") + process;
   }
   return processes;
