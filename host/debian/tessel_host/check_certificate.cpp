@@ -40,7 +40,7 @@ void checkDates(const Certificate& certificate, const std::string& where, Findin
   const std::string day = certificate.expiryDay().value_or("an unknown day");
   if (!validity) {
     warn(findings, where, "its dates cannot be read", kImport);
-  } else if (validity->untilEnd < 0) {
+  } else if (validity->untilEnd <= 0) {
     warn(findings, where, "it has expired on " + day + ", so clients refuse it", toDo);
   } else if (validity->untilBegin > 0) {
     warn(findings, where, "it is not valid yet, so clients refuse it",
