@@ -59,7 +59,9 @@ TEST(Text, ShowsWhatDoesNothingToATerminal) {
            {"it's \\", "it's \\x5C", "'it'\\''s \\'"},
            {"\x1B[2J'\x7F", "\\x1B[2J'\\x7F", "$'\\x1B[2J\\'\\x7F'"},
            {"\xC2\x9B", "\\xC2\\x9B", "$'\\xC2\\x9B'"},
-           {"\xE2\x80\xAE\xE4", "\\xE2\\x80\\xAE\\xE4", "$'\\xE2\\x80\\xAE\\xE4'"}}) {
+           // A mark of direction, closed for the reader of this source.
+           {"\xE2\x80\xAE\xE2\x80\xAC\xE4", "\\xE2\\x80\\xAE\\xE2\\x80\\xAC\\xE4",
+            "$'\\xE2\\x80\\xAE\\xE2\\x80\\xAC\\xE4'"}}) {
     EXPECT_EQ(shown(text), line);
     EXPECT_EQ(shellWord(text), word);
   }

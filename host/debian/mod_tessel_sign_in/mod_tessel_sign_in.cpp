@@ -51,7 +51,8 @@ struct Location {
 
 // Of each virtual host; the objects are the same for all.
 struct Server {
-  Gate* gate;
+  void* gateMemory;
+  Gate* gate;  // of a child process; null before there is one
   Memberships* memberships;
   FileStamp* shadow;  // of the accounts that were looked at last; the first process's own
 };
@@ -238,6 +239,7 @@ int authenticate(request_rec* request) {
   request->user = const_cast<char*>(user);
   request->ap_auth_type = const_cast<char*>("Basic");
   const auto* server = configOf<Server>(request->server->module_config);
+  if (server->gate == nullptr) return HTTP_INTERNAL_SERVER_ERROR;
   SignIn signIn(request, *server->gate, user, password);
   if (!isCheckable(user) || !isCheckable(password)) return signIn.refuse();
   const bool isMember =
@@ -287,12 +289,12 @@ apr_status_t deleteObject(void* object) {
   return APR_SUCCESS;
 }
 
-// One that goes with the configuration; null when there is no memory.
+// One that goes with the pool; null when there is no memory.
 template <typename Object, typename... Arguments>
-Object* makeObject(apr_pool_t* configuration, Arguments... arguments) {
+Object* makeObject(apr_pool_t* pool, Arguments... arguments) {
   try {
     auto* object = new Object(arguments...);
-    apr_pool_cleanup_register(configuration, object, deleteObject<Object>, apr_pool_cleanup_null);
+    apr_pool_cleanup_register(pool, object, deleteObject<Object>, apr_pool_cleanup_null);
     return object;
   } catch (...) {
     return nullptr;
@@ -311,7 +313,7 @@ void lookForOpenAccounts(server_rec* server) {
     ap_log_error(APLOG_MARK, APLOG_ERR, errno, server, "cannot read %s", kShadow);
     return;
   }
-  Gate& gate = *own->gate;
+  Gate gate(own->gateMemory);
   std::vector<std::uint64_t> users;
   for (const std::string& name : *names) users.push_back(gate.keyOf("user\n" + name));
   if (!gate.setRefused(users)) {
@@ -343,20 +345,30 @@ int prepareServers(apr_pool_t* configuration, apr_pool_t* /*log*/, apr_pool_t* /
     memory = Gate::makeMemory();
     if (memory != nullptr) apr_pool_userdata_setn(memory, name, nullptr, lasting);
   }
-  auto* gate = memory == nullptr ? nullptr : makeObject<Gate>(configuration, memory);
   auto* memberships = makeObject<Memberships>(configuration);
-  if (gate == nullptr || memberships == nullptr) {
+  if (memory == nullptr || memberships == nullptr) {
     ap_log_error(APLOG_MARK, APLOG_EMERG, 0, first, "no memory for sign-ins");
     return HTTP_INTERNAL_SERVER_ERROR;
   }
   auto* shadow = static_cast<FileStamp*>(apr_pcalloc(configuration, sizeof(FileStamp)));
   for (server_rec* server = first; server != nullptr; server = server->next) {
-    *configOf<Server>(server->module_config) = {gate, memberships, shadow};
+    *configOf<Server>(server->module_config) = {memory, nullptr, memberships, shadow};
   }
   return watchAccounts(configuration, first);
 }
 
+// Not with the configuration: that is cleared at a process's exit, when the cryptographic library,
+// which has prepared a digest in it, has gone already.
+void openGate(apr_pool_t* child, server_rec* first) {
+  auto* gate = makeObject<Gate>(child, configOf<Server>(first->module_config)->gateMemory);
+  if (gate == nullptr) ap_log_error(APLOG_MARK, APLOG_EMERG, 0, first, "no memory for sign-ins");
+  for (server_rec* server = first; server != nullptr; server = server->next) {
+    configOf<Server>(server->module_config)->gate = gate;
+  }
+}
+
 void registerHooks(apr_pool_t* pool) {
+  ap_hook_child_init(openGate, nullptr, nullptr, APR_HOOK_MIDDLE);
   ap_hook_post_config(prepareServers, nullptr, nullptr, APR_HOOK_MIDDLE);
   ap_hook_monitor(watchAccounts, nullptr, nullptr, APR_HOOK_MIDDLE);
   ap_hook_check_authn(authenticateGuarded, nullptr, nullptr, APR_HOOK_FIRST,
