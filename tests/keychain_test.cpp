@@ -120,6 +120,8 @@ TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
     openssl pkey -in a.key -pubout -out public.key
     openssl genpkey -algorithm ed25519 -out ed.key
     { cat a.pem; openssl genpkey -algorithm rsa-pss; } > pss.key 2>/dev/null
+    openssl ecparam -name prime256v1 -genkey -noout -outform DER -out bent.key
+    printf 'damaged' | dd of=bent.key bs=1 seek=10 conv=notrunc 2>/dev/null
     { cat a.pem; sed 's/M/!/' b.pem; } > half.pem
     head -c 400 a.pem > cut.pem
     dd if=/dev/zero of=zeros bs=1000000 count=2 2>/dev/null
@@ -138,6 +140,7 @@ TEST_F(KeychainTool, RefusesWhatIsNoIdentityAndStoresNothing) {
       {"folder", "a.key", "not a regular file"},   {"missing", "a.key", "No such file"},
       {"a.pem", "missing", "No such file"},        {"nameless.pem", "a.key", "no common name"},
       {"a.pem", "ed.key", "no encrypted form"},    {"a.pem", "pss.key", "no encrypted form"},
+      {"a.pem", "bent.key", "does not fit"},
   };
   for (const auto& [certificate, key, message] : cases) {
     SCOPED_TRACE(certificate + " " + key);
@@ -179,6 +182,10 @@ TEST_F(KeychainTool, SaysWhatIsDamaged) {
       // What is changed, and the damaged item.
       {"der = substr(der, 1, 100)", "certificate", "item 2"},
       {"der = substr(der, 1, 100)", "private key", "item 1"},
+      // The private exponent, and a prime that makes up for it.
+      {"der = CAST(substr(der, 1, 400) || 'damaged!' || substr(der, 409, 192) || 'damaged!' || "
+       "substr(der, 609) AS BLOB)",
+       "private key", "item 1"},
       {"public_key_digest = 'x'", "certificate", "item 2"},
       {"public_key_digest = 'x'", "private key", "item 1"},
   };

@@ -157,6 +157,12 @@ Result<Decoded> decode(std::string_view der, std::string_view publicKeyDigest) {
   return decoded;
 }
 
+Result<PrivateKey> decodeKey(std::string_view der, std::string_view publicKeyDigest) {
+  Result<PrivateKey> key = decode<PrivateKey>(der, publicKeyDigest);
+  const Status fit = key ? key->halvesFit() : key.error();
+  return fit ? key : fit.error();
+}
+
 Status addItem(const sql::Database& database, std::string_view itemClass, const std::string& label,
                std::string_view der, const SHA256Digest& publicKey) {
   return run(database,
@@ -330,7 +336,7 @@ Result<FoundIdentities> Keychain::identities(const std::string& label) const {
       everyKeyIsThere = false;
       return;
     }
-    auto key = decode<PrivateKey>(row.bytes(4), row.bytes(2));
+    auto key = decodeKey(row.bytes(4), row.bytes(2));
     if (!key) return damaged(row.number(3), key.error());
     found.identities.push_back({*std::move(certificate), *std::move(key)});
   };
@@ -339,7 +345,7 @@ Result<FoundIdentities> Keychain::identities(const std::string& label) const {
   }
   if (everyKeyIsThere) return found;
   const auto lookAtKey = [&](const sql::Statement& row) {
-    const auto key = decode<PrivateKey>(row.bytes(1), row.bytes(2));
+    const auto key = decodeKey(row.bytes(1), row.bytes(2));
     if (!key) damaged(row.number(0), key.error());
   };
   if (const Status read = forEachRow(*database_, kKeysAlone, lookAtKey); !read) return read.error();
@@ -423,7 +429,7 @@ Result<std::vector<KeychainItem>> Keychain::items() const {
       }
     } else if (itemClass == "private key") {
       item.kind = KeychainItem::Kind::PrivateKey;
-      const auto key = decode<PrivateKey>(row.bytes(3), row.bytes(4));
+      const auto key = decodeKey(row.bytes(3), row.bytes(4));
       if (!key) item.damage = key.error().description;
       if (paired && key) return;
     } else {

@@ -1,12 +1,14 @@
 #include "platform/keychain/private_key.h"
 
 #include <openssl/decoder.h>
+#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
 #include <array>
 #include <utility>
+#include <vector>
 
 #include "platform/keychain/openssl.h"
 
@@ -50,6 +52,10 @@ DecodedKey decodeKey(std::string_view bytes, const char* form) {
   return {};
 }
 
+bool hasTraditionalForm(const EVP_PKEY* key) {
+  return EVP_PKEY_is_a(key, "RSA") == 1 || EVP_PKEY_is_a(key, "EC") == 1;
+}
+
 // The first block of a PEM file that is a private key's, as it stands there; empty when there is
 // none. Parameters, certificates and remarks may come before it.
 std::string_view keyBlock(std::string_view file) {
@@ -82,13 +88,16 @@ Result<PrivateKey> PrivateKey::fromFile(std::string_view bytes) {
   auto decoded = isPEM ? decodeKey(keyBlock(bytes), "PEM") : decodeKey(bytes, "DER");
   if (decoded.isEncrypted) return Error{"is encrypted; decrypt it first"};
   if (!decoded.key) return Error{"holds no private key in PEM or DER form"};
-  const EVP_PKEY* raw = decoded.key.get();
-  if (EVP_PKEY_is_a(raw, "RSA") != 1 && EVP_PKEY_is_a(raw, "EC") != 1) {
+  if (!hasTraditionalForm(decoded.key.get())) {
     return Error{
         "holds a key of a kind that has no encrypted form for Apache; RSA and elliptic "
         "curves have one"};
   }
-  return PrivateKey(std::move(decoded.key));
+  PrivateKey key(std::move(decoded.key));
+  if (const Status fit = key.halvesFit(); !fit) {
+    return Error{"holds a damaged private key: " + fit.error().description};
+  }
+  return key;
 }
 
 Result<Secret> PrivateKey::der() const {
@@ -116,6 +125,26 @@ Result<std::string> PrivateKey::encryptedPEM(const Secret& passPhrase) const {
 }
 
 Result<std::string> PrivateKey::publicKeyDER() const { return encoded(key_.get(), i2d_PUBKEY); }
+
+Status PrivateKey::halvesFit() const {
+  if (!hasTraditionalForm(key_.get())) return {};
+  using Digesting = OpenSSLPointer<EVP_MD_CTX, EVP_MD_CTX_free>;
+  const auto* text = reinterpret_cast<const unsigned char*>("text");
+  constexpr size_t kTextSize = 4;
+  const Digesting signing(EVP_MD_CTX_new());
+  const Digesting verifying(EVP_MD_CTX_new());
+  std::vector<unsigned char> signature(static_cast<size_t>(EVP_PKEY_get_size(key_.get())));
+  size_t size = signature.size();
+  const bool fit =
+      signing && verifying &&
+      EVP_DigestSignInit(signing.get(), nullptr, EVP_sha256(), nullptr, key_.get()) == 1 &&
+      EVP_DigestSign(signing.get(), signature.data(), &size, text, kTextSize) == 1 &&
+      EVP_DigestVerifyInit(verifying.get(), nullptr, EVP_sha256(), nullptr, key_.get()) == 1 &&
+      EVP_DigestVerify(verifying.get(), signature.data(), size, text, kTextSize) == 1;
+  ERR_clear_error();
+  if (fit) return {};
+  return Error{"its private half does not fit its public half"};
+}
 
 Result<SHA256Digest> PrivateKey::publicKeyDigest() const {
   const auto der = publicKeyDER();

@@ -21,7 +21,8 @@ class PrivateKey {
   static Result<PrivateKey> generateRSA(unsigned bits);
   static Result<PrivateKey> fromDER(std::string_view der);
   // The first key of a PEM file, whatever else is in it, or the one of a DER file. An encrypted key
-  // is refused, and so is one without a traditional form (see encryptedPEM); the error says so.
+  // is refused, and so is one without a traditional form (see encryptedPEM) or whose halves do not
+  // fit; the error says so.
   static Result<PrivateKey> fromFile(std::string_view bytes);
 
   // PKCS#8 (RFC 5208), not encrypted.
@@ -35,6 +36,10 @@ class PrivateKey {
   // The public half's SubjectPublicKeyInfo (RFC 5280) in DER, and its SHA-256.
   Result<std::string> publicKeyDER() const;
   Result<SHA256Digest> publicKeyDigest() const;
+
+  // Whether the public half confirms what the private half signs. Decoding looks at neither, so
+  // that a key of which a byte has changed may still be one. Tried for RSA and elliptic curves.
+  Status halvesFit() const;
 
   evp_pkey_st* handle() const { return key_.get(); }
 
