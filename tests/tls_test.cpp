@@ -212,6 +212,12 @@ TEST(TLS, EvaluatesTrustLikeATLSClient) {
        "192.0.2.7"},
       {"address as a name", issue("ca", "192.0.2.7", "root", "DNS:192.0.2.7") + trustRoot(), false,
        "192.0.2.7"},
+      {"address in another spelling", issue("ca", "127.2", "root", "IP:127.0.0.2") + trustRoot(),
+       true, "127.2"},
+      {"address in another spelling as a name",
+       issue("ca", "127.2", "root", "DNS:127.2") + trustRoot(), false, "127.2"},
+      {"address in brackets", issue("ca", "[2001:db8::7]", "root", "IP:2001:db8::7") + trustRoot(),
+       true, "[2001:db8::7]"},
       {"no name", issue("ca", ".example.org", "root", good) + trustRoot(), false, ".example.org"},
       {"anchor in the folder",
        issue("ca", kName, "root", good) +

@@ -60,11 +60,22 @@ bool addDNSName(X509* certificate, const std::string& name) {
   return X509_add1_ext_i2d(certificate, NID_subject_alt_name, names.get(), 0, 0) == 1;
 }
 
-bool isAddress(const std::string& hostName) {
+template <typename Raw>
+std::string bytesOfAddress(const Raw& raw) {
+  return {reinterpret_cast<const char*>(&raw), sizeof(raw)};
+}
+
+// The bytes of an address in any of the spellings that clients take for one: 127.2 is 127.0.0.2,
+// and in URLs IPv6 stands in brackets. None for what is no address.
+std::optional<std::string> addressIn(std::string hostName) {
   in_addr four{};
   in6_addr six{};
-  return ::inet_pton(AF_INET, hostName.c_str(), &four) == 1 ||
-         ::inet_pton(AF_INET6, hostName.c_str(), &six) == 1;
+  if (::inet_aton(hostName.c_str(), &four) != 0) return bytesOfAddress(four);
+  if (hostName.starts_with('[') && hostName.ends_with(']')) {
+    hostName = hostName.substr(1, hostName.size() - 2);
+  }
+  if (::inet_pton(AF_INET6, hostName.c_str(), &six) == 1) return bytesOfAddress(six);
+  return std::nullopt;
 }
 
 bool isASCII(std::string_view text) {
@@ -200,11 +211,13 @@ Result<Certificate::Validity> Certificate::validity() const {
 
 bool Certificate::isForHost(const std::string& hostName) const {
   X509* const raw = certificate_.get();
+  const auto address = addressIn(hostName);
   // To OpenSSL a name that begins with a full stop stands for every name below it.
-  const bool named = isAddress(hostName) ? X509_check_ip_asc(raw, hostName.c_str(), 0) == 1
-                                         : !hostName.starts_with('.') &&
-                                               X509_check_host(raw, hostName.data(),
-                                                               hostName.size(), 0, nullptr) == 1;
+  const bool named =
+      address ? X509_check_ip(raw, reinterpret_cast<const unsigned char*>(address->data()),
+                              address->size(), 0) == 1
+              : !hostName.starts_with('.') &&
+                    X509_check_host(raw, hostName.data(), hostName.size(), 0, nullptr) == 1;
   ERR_clear_error();
   return named;
 }
