@@ -23,6 +23,7 @@ void checkCertificate(const Certificate& certificate) {
   const auto day = certificate.expiryDay();
   require(!day || day->size() == std::string_view("YYYY-MM-DD").size());
   (void)certificate.isSelfSigned();
+  (void)certificate.isForHost("127.2");
   (void)certificate.publicKeyDigest();
 }
 
@@ -30,6 +31,7 @@ void checkKey(const PrivateKey& key) {
   const auto der = key.der();
   const auto digest = key.publicKeyDigest();
   (void)key.encryptedPEM(Secret{"pass phrase"});
+  (void)key.halvesFit();
   if (!der || !digest) return;
   const auto again = PrivateKey::fromDER(der->view());
   require(again && *again->publicKeyDigest() == *digest);
