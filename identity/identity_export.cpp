@@ -1,5 +1,6 @@
 #include "identity/identity_export.h"
 
+#include <chrono>
 #include <string>
 #include <utility>
 
@@ -35,10 +36,17 @@ Status writePrivateFile(const std::string& path, mode_t mode, std::string_view c
 
 Outcome writeFiles(const std::string& certID, const std::string& key,
                    const std::string& certificate, const Secret& passPhrase) {
-  // Two exports at once would leave the key of one beside the pass phrase of the other. Only root
-  // can open the folder, and so make an export wait; without the lock the files are written as
-  // well.
-  const auto lock = lockFolder(parentDirectory(kSystemKeychainPath));
+  // Two exports at once would leave the key of one beside the pass phrase of the other. Who holds
+  // the lock and hangs must not keep Tessel from being turned on; without it the files are written
+  // as well.
+  constexpr std::chrono::seconds kLongestWait(30);
+  constexpr std::chrono::seconds kLongestSilence(1);
+  const auto tell = [](const std::string& holder) {
+    printErrorLine("Waiting for " + holder + ", which uses the exported identity...");
+  };
+  const auto lock =
+      lockFolder(parentDirectory(kSystemKeychainPath), {kLongestWait, kLongestSilence, tell});
+  if (lock && !*lock) printErrorLine("It does not end; going on without waiting for it.");
   Status written = writePrivateFile(exportedKeyPath(certID), kKeyMode, key,
                                     "Failed to create exported key file at ",
                                     "Failed to write exported key to ");

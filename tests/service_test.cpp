@@ -283,18 +283,24 @@ TEST(Turn, IsWaitedForAndTheEnvironmentReadWhenItComes) {
   }
 }
 
-// A run that hangs must not keep the administrator from turning the service off.
+// A run that hangs must not keep the administrator from turning the service off, nor an export.
 TEST(Turn, ComesAfterHalfAMinuteAtLast) {
   Sandbox host;
-  host.makeLink(kActive, kMaster);
-  const Outcome outcome = host.shell(
-      "flock /var/lib/tessel sleep 100 & sleep 0.5; timeout 60 tesselctl stop; echo $?; kill $!");
+  host.configure("<key>ServerSSL</key><true/><key>ServerName</key><string>localhost</string>");
+  ASSERT_EQ(host.tesselctl({"start"}).status, 0);
+  const Outcome outcome = host.shell(R"(
+    flock /var/lib/tessel flock /Library/Keychains sleep 100 & holder=$!
+    sleep 0.5
+    timeout 60 tesselctl diagnose > /tmp/report 2> /tmp/said & report=$!
+    timeout 60 tesselctl stop; echo $?; wait $report
+    kill $holder; cat /tmp/said >&2)");
   EXPECT_EQ(outcome.output, "0\n");
-  const std::regex said(
-      "Waiting for .+, which is turning Tessel on or off\\.\\.\\.\n"
-      "It does not end; going on without waiting for it\\.\n");
+  const std::string vain = "\\.\\.\\.\nIt does not end; going on without waiting for it\\.\n";
+  const std::regex said("Waiting for .+, which is turning Tessel on or off" + vain +
+                        "Waiting for .+, which uses the exported identity" + vain + "(.|\n)*");
   EXPECT_TRUE(std::regex_match(outcome.errors, said)) << outcome.errors;
   EXPECT_FALSE(host.exists(kActive));
+  EXPECT_PRED2(contains, host.read("/tmp/report"), "Identity export succeeded\n");
 }
 
 TEST(Story, TwoStartsMakeApacheLookLikeSomebodyElses) {

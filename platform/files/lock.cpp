@@ -22,18 +22,6 @@ constexpr mode_t kLockFileMode = 0600;
 
 Error cannotLock(const std::string& path) { return systemError("cannot lock " + path); }
 
-FileDescriptor openFolder(const std::string& path) {
-  return FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
-
-Result<FileDescriptor> waitForLock(FileDescriptor opened, const std::string& path) {
-  if (!opened) return cannotLock(path);
-  while (::flock(opened.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) return cannotLock(path);
-  }
-  return opened;
-}
-
 // Who holds the lock on this file, by /proc/locks (proc(5)), whose lines are
 //   NUMBER: FLOCK ADVISORY WRITE PROCESS MAJOR:MINOR:INODE START END
 // with the device in hexadecimal. Waiting processes have "->" after the number.
@@ -64,10 +52,6 @@ std::string holderOf(const FileDescriptor& file) {
 
 }  // namespace
 
-Result<FileDescriptor> lockFolder(const std::string& path) {
-  return waitForLock(openFolder(path), path);
-}
-
 Result<FileDescriptor> lockFile(const std::string& path) {
   constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
   FileDescriptor file(::open(path.c_str(), kFlags));
@@ -78,13 +62,16 @@ Result<FileDescriptor> lockFile(const std::string& path) {
   if (!file || ::fstat(file.get(), &status) != 0) return cannotLock(path);
   // A shell's flock(1) makes it for everybody.
   if ((status.st_mode & 07777U) != kLockFileMode) (void)::fchmod(file.get(), kLockFileMode);
-  return waitForLock(std::move(file), path);
+  while (::flock(file.get(), LOCK_EX) != 0) {
+    if (errno != EINTR) return cannotLock(path);
+  }
+  return file;
 }
 
 Result<std::optional<FileDescriptor>> lockFolder(const std::string& path,
                                                  const LockPatience& patience) {
   constexpr std::chrono::milliseconds kPause(20);
-  FileDescriptor folder = openFolder(path);
+  FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return cannotLock(path);
   bool told = false;
   for (std::chrono::milliseconds waited(0);; waited += kPause) {

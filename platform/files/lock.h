@@ -13,9 +13,8 @@
 
 namespace tessel {
 
-// Waits as long as it takes until no other process holds the lock of this folder, or of this file,
-// which is made (0600) if need be and closed to everybody else if it is not.
-Result<FileDescriptor> lockFolder(const std::string& path);
+// Waits as long as it takes until no other process holds the lock of this file, which is made
+// (0600) if need be and closed to everybody else if it is not.
 Result<FileDescriptor> lockFile(const std::string& path);
 
 // How long a lock is waited for, and who is told of it.
@@ -26,7 +25,7 @@ struct LockPatience {
   std::function<void(const std::string& holder)> tell;
 };
 
-// The same for a folder, with a limit. None when the wait was in vain.
+// The same for a folder, which has to be there, with a limit. None when the wait was in vain.
 Result<std::optional<FileDescriptor>> lockFolder(const std::string& path,
                                                  const LockPatience& patience);
 
