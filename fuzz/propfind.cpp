@@ -110,6 +110,32 @@ void check(const PropertyRequest& asked, const std::string& name,
   require(names == wanted);
 }
 
+std::string responseFor(PropertyAnswer& answer, ListedItem item, const std::string& href) {
+  item.href = href;
+  std::string text;
+  answer.appendResponse(text, item);
+  require(text.find(href) != std::string::npos);
+  return text.replace(text.find(href), href.size(), "");
+}
+
+// The second of two ordinary files is answered for by what was learnt of the first, unless its name
+// is very long: the answers must not differ.
+void checkPattern(const PropertyRequest& asked, bool isCollection) {
+  PropertyAnswer answer(asked, 0);
+  ListedItem item;
+  item.isCollection = isCollection;
+  item.contentType = "text/plain";
+  item.status.size = 1;
+  (void)responseFor(answer, item, "/first");
+  item.contentType = "a/b;c=\"&\"";
+  item.status.size = 1234567;
+  item.status.mode = S_IXUSR;
+  item.status.modified = 1'700'000'000'123'456'789;
+  item.status.identity.birth = -3;
+  require(responseFor(answer, item, "/second") ==
+          responseFor(answer, item, "/" + std::string(10'000, 'x')));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
@@ -127,7 +153,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::vector<Property> properties = settable(document->root, *document, pool);
     PropertyRequest all;
     check(all, name, properties, pool);
-    if (const auto asked = propertyRequest(document, pool)) check(*asked, name, {}, pool);
+    if (const auto asked = propertyRequest(document, pool)) {
+      check(*asked, name, {}, pool);
+      checkPattern(*asked, false);
+      checkPattern(*asked, true);
+    }
   }
   apr_pool_destroy(pool);
   return 0;

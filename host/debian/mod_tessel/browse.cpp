@@ -134,7 +134,7 @@ int answerFolderPage(request_rec* request, const ShareRequest& share) {
   page.size = entries.size();
   page.shown = shown.size();
   if (const auto space = spaceOf(folder)) page.available = space->available;
-  Output output(request);
+  Output output(request, share.server->buffers);
   appendFolderStart(output.text(), page);
   for (const PageEntry& entry : shown) {
     appendFolderEntry(output.text(), entry);

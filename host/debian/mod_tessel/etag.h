@@ -12,27 +12,26 @@
 
 namespace tessel {
 
-inline void appendETag(std::string& text, const FileStatus& status) {
-  std::array<char, 64> digits;
+constexpr std::size_t kMostETagBytes = 64;
+
+// Writes it where there is room for so many bytes, and returns its end.
+inline char* writeETag(char* end, const FileStatus& status) {
   const std::int64_t unique = status.identity.birth != 0
                                   ? status.identity.birth
                                   : static_cast<std::int64_t>(status.identity.inode);
-  char* end = digits.data();
   *end++ = '"';
   for (const std::int64_t part :
        {static_cast<std::int64_t>(status.size), status.modified, unique}) {
-    end =
-        std::to_chars(end, digits.data() + digits.size(), static_cast<std::uint64_t>(part), 16).ptr;
+    end = std::to_chars(end, end + 16, static_cast<std::uint64_t>(part), 16).ptr;
     *end++ = '-';
   }
   end[-1] = '"';
-  text.append(digits.data(), end);
+  return end;
 }
 
 inline std::string etagOf(const FileStatus& status) {
-  std::string text;
-  appendETag(text, status);
-  return text;
+  std::array<char, kMostETagBytes> text;
+  return {text.data(), writeETag(text.data(), status)};
 }
 
 }  // namespace tessel

@@ -1,13 +1,37 @@
 #include "host/debian/mod_tessel/output.h"
 
+#include <apr_portable.h>
+#include <http_core.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 #include <util_filter.h>
 
 namespace tessel {
 
+Output::~Output() {
+  if (isHeldBack_) holdBack(false);
+  if (pool_ != nullptr) pool_->giveBack(std::move(text_));
+}
+
+// Has the kernel gather what is written into full segments (tcp(7), TCP_CORK). TLS writes each of
+// its records on its own, and each would wake the client; with more than one of them that costs
+// more than they do.
+void Output::holdBack(bool on) {
+  int descriptor = -1;
+  apr_socket_t* socket = ap_get_conn_socket(request_->connection);
+  if (socket == nullptr || apr_os_sock_get(&descriptor, socket) != APR_SUCCESS) return;
+  const int value = on ? 1 : 0;
+  isHeldBack_ = ::setsockopt(descriptor, IPPROTO_TCP, TCP_CORK, &value, sizeof value) == 0 && on;
+}
+
 bool Output::send(bool isLast) {
+  constexpr size_t kTLSRecord = 1 << 14;
   conn_rec* connection = request_->connection;
   if (brigade_ == nullptr) {
     brigade_ = apr_brigade_create(request_->pool, connection->bucket_alloc);
+    // Where requests share a connection (HTTP/2), it is not this one's.
+    if (text_.size() > kTLSRecord && connection->master == nullptr) holdBack(true);
   }
   APR_BRIGADE_INSERT_TAIL(
       brigade_, apr_bucket_transient_create(text_.data(), text_.size(), connection->bucket_alloc));

@@ -1,5 +1,5 @@
-// An answer that goes out in pieces while it is made; one that fits into a piece goes out with its
-// length.
+// An answer that goes out in pieces while it is made; one that fits into the first piece goes out
+// with its length.
 #pragma once
 
 #include <apr_buckets.h>
@@ -7,27 +7,45 @@
 
 #include <string>
 
+#include "host/debian/mod_tessel/buffer_pool.h"
+
 namespace tessel {
 
 // Belongs to one request.
 class Output {
  public:
-  explicit Output(request_rec* request) : request_(request) { text_.reserve(kPiece + kPiece / 4); }
+  // Of the first piece, in bytes, with room for the entry that fills it. It holds a folder of some
+  // hundred files; what comes behind it goes out while it is in the processor's cache.
+  static constexpr size_t kFirstPiece = 1 << 18;
+  static constexpr size_t kPiece = 1 << 16;
+  static constexpr size_t kCapacity = kFirstPiece + kPiece;
+
+  // For an answer that is short.
+  explicit Output(request_rec* request) : request_(request) {}
+  // For one that may be long. The pool must outlive it.
+  Output(request_rec* request, BufferPool& pool)
+      : request_(request), pool_(&pool), text_(pool.take()) {}
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  ~Output();
 
   // What is not sent yet; more is to be appended.
   std::string& text() { return text_; }
   // False when the client has gone.
-  bool sendIfFull() { return text_.size() < kPiece || send(false); }
+  bool sendIfFull() {
+    return text_.size() < (brigade_ == nullptr ? kFirstPiece : kPiece) || send(false);
+  }
   bool sendRest() { return send(true); }
 
  private:
-  static constexpr size_t kPiece = 1 << 16;
-
   bool send(bool isLast);
+  void holdBack(bool on);
 
   request_rec* request_;
+  BufferPool* pool_ = nullptr;
   apr_bucket_brigade* brigade_ = nullptr;
   std::string text_;
+  bool isHeldBack_ = false;
 };
 
 }  // namespace tessel

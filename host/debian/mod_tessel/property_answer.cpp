@@ -2,12 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <tuple>
-
-#include "host/debian/mod_tessel/etag.h"
-#include "platform/base/text.h"
 
 namespace tessel {
 
@@ -48,135 +44,11 @@ constexpr std::array kKnown{
 };
 #undef KNOWN
 
-constexpr std::string_view kSupportedLock =
-    "<D:lockentry><D:lockscope><D:exclusive/></D:lockscope>"
-    "<D:locktype><D:write/></D:locktype></D:lockentry>"
-    "<D:lockentry><D:lockscope><D:shared/></D:lockscope>"
-    "<D:locktype><D:write/></D:locktype></D:lockentry>";
-
+constexpr std::string_view kResponse = "<D:response><D:href>";
 constexpr std::string_view kFound = "<D:propstat><D:prop>";
 constexpr std::string_view kFoundEnd = "</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat>";
 constexpr std::string_view kMissingEnd =
     "</D:prop><D:status>HTTP/1.1 404 Not Found</D:status></D:propstat>";
-
-void appendEscaped(std::string& text, std::string_view bytes) {
-  if (bytes.find_first_of("&<>\"\r") == std::string_view::npos) {
-    text += bytes;
-    return;
-  }
-  for (const char c : bytes) {
-    switch (c) {
-      case '&':
-        text += "&amp;";
-        break;
-      case '<':
-        text += "&lt;";
-        break;
-      case '>':
-        text += "&gt;";
-        break;
-      case '"':
-        text += "&quot;";
-        break;
-      case '\r':
-        text += "&#13;";
-        break;
-      default:
-        text += c;
-    }
-  }
-}
-
-template <typename Number>
-void appendNumber(std::string& text, Number number) {
-  std::array<char, 24> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-  text.append(digits.data(), end);
-}
-
-// A moment by the calendar; unlike gmtime_r(3), without a lock that all threads share.
-struct Moment {
-  int year;
-  unsigned month, day, weekday, hour, minute, second;
-};
-
-Moment momentOf(std::int64_t nanoseconds) {
-  using namespace std::chrono;  // NOLINT(google-build-using-namespace)
-  const auto time = floor<seconds>(std::chrono::nanoseconds(nanoseconds));
-  const auto date = floor<days>(time);
-  const year_month_day calendar{sys_days(date)};
-  const hh_mm_ss clock{time - date};
-  return {static_cast<int>(calendar.year()),
-          static_cast<unsigned>(calendar.month()),
-          static_cast<unsigned>(calendar.day()),
-          weekday(sys_days(date)).c_encoding(),
-          static_cast<unsigned>(clock.hours().count()),
-          static_cast<unsigned>(clock.minutes().count()),
-          static_cast<unsigned>(clock.seconds().count())};
-}
-
-// Text of a known length, written in place.
-class Line {
- public:
-  Line& operator<<(std::string_view text) {
-    end_ = std::copy(text.begin(), text.end(), end_);
-    return *this;
-  }
-  // Two digits.
-  Line& operator<<(unsigned number) {
-    *end_++ = static_cast<char>('0' + number / 10 % 10);
-    *end_++ = static_cast<char>('0' + number % 10);
-    return *this;
-  }
-  // What nanoseconds since 1970 can tell in 64 bits lies between 1677 and 2262.
-  Line& operator<<(int year) {
-    return *this << static_cast<unsigned>(year) / 100 << static_cast<unsigned>(year) % 100;
-  }
-  std::string_view text() const {
-    return {bytes_.data(), static_cast<size_t>(end_ - bytes_.data())};
-  }
-
- private:
-  std::array<char, 40> bytes_;
-  char* end_ = bytes_.data();
-};
-
-// RFC 9110, section 5.6.7; independent of the locale.
-void appendHTTPDate(std::string& text, std::int64_t nanoseconds) {
-  constexpr std::array<std::string_view, 7> kDays{"Sun, ", "Mon, ", "Tue, ", "Wed, ",
-                                                  "Thu, ", "Fri, ", "Sat, "};
-  constexpr std::array<std::string_view, 12> kMonths{" Jan ", " Feb ", " Mar ", " Apr ",
-                                                     " May ", " Jun ", " Jul ", " Aug ",
-                                                     " Sep ", " Oct ", " Nov ", " Dec "};
-  const Moment at = momentOf(nanoseconds);
-  Line line;
-  line << kDays.at(at.weekday) << at.day << kMonths.at(at.month - 1) << at.year << " " << at.hour
-       << ":" << at.minute << ":" << at.second << " GMT";
-  text += line.text();
-}
-
-// RFC 3339.
-void appendISODate(std::string& text, std::int64_t nanoseconds) {
-  const Moment at = momentOf(nanoseconds);
-  Line line;
-  line << at.year << "-" << at.month << "-" << at.day << "T" << at.hour << ":" << at.minute << ":"
-       << at.second << "Z";
-  text += line.text();
-}
-
-void appendLock(std::string& text, const Lock& lock, std::time_t now) {
-  text += "<D:activelock><D:locktype><D:write/></D:locktype><D:lockscope><D:";
-  text += lock.isExclusive ? "exclusive" : "shared";
-  text += "/></D:lockscope><D:depth>";
-  text += lock.isInfinite ? "infinity" : "0";
-  text += "</D:depth>";
-  text += lock.owner;
-  text += "<D:timeout>Second-";
-  appendNumber(text, std::max<std::time_t>(lock.expires - now, 0));
-  text += "</D:timeout><D:locktoken><D:href>urn:uuid:";
-  text += lock.token;
-  text += "</D:href></D:locktoken></D:activelock>";
-}
 
 void appendEmptyElement(std::string& text, std::string_view tag) {
   text += '<';
@@ -184,9 +56,7 @@ void appendEmptyElement(std::string& text, std::string_view tag) {
   text += "/>";
 }
 
-std::int64_t creationOf(const FileStatus& status) {
-  return status.identity.birth != 0 ? status.identity.birth : status.changed;
-}
+char* write(char* end, std::string_view text) { return std::copy(text.begin(), text.end(), end); }
 
 const Known* knownBy(const PropertyName& name) {
   const auto* const known =
@@ -196,80 +66,7 @@ const Known* knownBy(const PropertyName& name) {
   return known == kKnown.end() ? nullptr : known;
 }
 
-bool hasValue(LiveProperty property, const ListedItem& item) {
-  switch (property) {
-    case LiveProperty::ResourceType:
-      return true;
-    case LiveProperty::CreationDate:
-    case LiveProperty::ETag:
-      return item.isFile && !item.isVirtual;
-    case LiveProperty::LastModified:
-    case LiveProperty::Win32LastModified:
-      return item.isFile;
-    case LiveProperty::ContentLength:
-    case LiveProperty::Executable:
-      return item.isFile && !item.isCollection;
-    case LiveProperty::SupportedLock:
-    case LiveProperty::LockDiscovery:
-      return !item.isVirtual;
-    case LiveProperty::ContentType:
-      return !item.contentType.empty();
-    case LiveProperty::DisplayName:
-      return item.displayName && isXMLText(*item.displayName);
-    case LiveProperty::QuotaAvailable:
-    case LiveProperty::QuotaUsed:
-      return item.space.has_value();
-  }
-  return false;
-}
-
 }  // namespace
-
-bool appendValue(std::string& text, LiveProperty property, const ListedItem& item,
-                 std::time_t now) {
-  if (!hasValue(property, item)) return false;
-  const FileStatus& status = item.status;
-  switch (property) {
-    case LiveProperty::ResourceType:
-      if (item.isCollection) text += "<D:collection/>";
-      break;
-    case LiveProperty::CreationDate:
-      appendISODate(text, creationOf(status));
-      break;
-    case LiveProperty::ContentLength:
-      appendNumber(text, status.size);
-      break;
-    case LiveProperty::LastModified:
-    case LiveProperty::Win32LastModified:
-      appendHTTPDate(text, status.modified);
-      break;
-    case LiveProperty::ETag:
-      appendETag(text, status);
-      break;
-    case LiveProperty::Executable:
-      text += (status.mode & S_IXUSR) != 0 ? 'T' : 'F';
-      break;
-    case LiveProperty::SupportedLock:
-      text += kSupportedLock;
-      break;
-    case LiveProperty::LockDiscovery:
-      for (const Lock* lock : item.locks) appendLock(text, *lock, now);
-      break;
-    case LiveProperty::ContentType:
-      appendEscaped(text, item.contentType);
-      break;
-    case LiveProperty::DisplayName:
-      appendEscaped(text, *item.displayName);
-      break;
-    case LiveProperty::QuotaAvailable:
-      appendNumber(text, item.space->available);
-      break;
-    case LiveProperty::QuotaUsed:
-      appendNumber(text, item.space->used);
-      break;
-  }
-  return true;
-}
 
 PropertyAnswer::PropertyAnswer(const PropertyRequest& request, std::time_t now)
     : kind_(request.kind), now_(now), needsProperties_(kind_ != PropertyRequest::Kind::Some) {
@@ -296,6 +93,9 @@ PropertyAnswer::PropertyAnswer(const PropertyRequest& request, std::time_t now)
         needsProperties_ || !wanted.live || *wanted.live == LiveProperty::DisplayName;
     wanted_.push_back(std::move(wanted));
   }
+  needsLocks_ = needs(LiveProperty::LockDiscovery);
+  needsContentType_ = needs(LiveProperty::ContentType);
+  needsSpace_ = needs(LiveProperty::QuotaAvailable) || needs(LiveProperty::QuotaUsed);
 }
 
 bool PropertyAnswer::needs(LiveProperty property) const {
@@ -314,7 +114,7 @@ void PropertyAnswer::appendStart(std::string& text) const {
   text += kMicrosoftProperties;
   for (size_t i = 0; i < nameSpaces_.size(); ++i) {
     text += "\" xmlns:n";
-    appendNumber(text, i);
+    text += std::to_string(i);
     text += "=\"";
     text += nameSpaces_[i];
   }
@@ -345,27 +145,31 @@ void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {
   }
 }
 
+char* PropertyAnswer::writeKnown(char* end, LiveProperty property, const ListedItem& item) {
+  if (property == LiveProperty::ContentType) return write(end, type_.escaped);
+  if (property != LiveProperty::CreationDate && property != LiveProperty::LastModified) {
+    return writeShort(end, property, item);
+  }
+  const bool isCreation = property == LiveProperty::CreationDate;
+  WrittenDate& date = isCreation ? created_ : modified_;
+  const std::chrono::nanoseconds time(isCreation ? creationOf(item.status) : item.status.modified);
+  const std::int64_t second = std::chrono::floor<std::chrono::seconds>(time).count();
+  if (date.size == 0 || date.second != second) {
+    date.second = second;
+    date.size =
+        static_cast<size_t>(writeShort(date.text.data(), property, item) - date.text.data());
+  }
+  return write(end, {date.text.data(), date.size});
+}
+
 bool PropertyAnswer::appendLive(std::string& text, std::string_view start, std::string_view end,
                                 LiveProperty property, const ListedItem& item) {
   if (!hasValue(property, item)) return false;
   text += start;
   const size_t before = text.size();
-  if (property == LiveProperty::CreationDate || property == LiveProperty::LastModified) {
-    const bool isCreation = property == LiveProperty::CreationDate;
-    WrittenDate& date = isCreation ? created_ : modified_;
-    const std::chrono::nanoseconds time(isCreation ? creationOf(item.status)
-                                                   : item.status.modified);
-    const std::int64_t second = std::chrono::floor<std::chrono::seconds>(time).count();
-    if (date.text.empty() || date.second != second) {
-      date.second = second;
-      date.text.clear();
-      (void)appendValue(date.text, property, item, now_);
-    }
-    text += date.text;
-  } else {
-    (void)appendValue(text, property, item, now_);
-  }
+  (void)appendValue(text, property, item, now_);
   if (text.size() > before) {
+    values_.push_back({property, before, text.size()});
     text += end;
   } else {
     text.back() = '/';
@@ -388,14 +192,13 @@ void PropertyAnswer::appendWanted(const Wanted& wanted, const ListedItem& item, 
   }
 }
 
-void PropertyAnswer::appendResponse(std::string& text, const ListedItem& item) {
-  text += "<D:response><D:href>";
-  text += item.href;
+void PropertyAnswer::appendProperties(std::string& text, const ListedItem& item) {
   text += "</D:href>";
   text += kFound;
   const size_t start = text.size();
   missing_.clear();
   index_.clear();
+  values_.clear();
   if (!wanted_.empty()) {
     for (const Property& property : item.properties) index_.push_back(&property);
     std::sort(index_.begin(), index_.end(), [](const Property* one, const Property* other) {
@@ -416,6 +219,60 @@ void PropertyAnswer::appendResponse(std::string& text, const ListedItem& item) {
     text += kMissingEnd;
   }
   text += "</D:response>\n";
+}
+
+// By all on which it depends whether an item without locks and properties of clients has a value.
+PropertyAnswer::Pattern& PropertyAnswer::patternFor(const ListedItem& item) {
+  const unsigned number = (item.isCollection ? 1U : 0U) | (item.isFile ? 2U : 0U) |
+                          (item.isVirtual ? 4U : 0U) | (item.contentType.empty() ? 8U : 0U) |
+                          (item.space ? 16U : 0U);
+  return patterns_.at(number);
+}
+
+void PropertyAnswer::learn(Pattern& pattern, const ListedItem& item) {
+  std::string response;
+  appendProperties(response, item);
+  size_t start = 0;
+  for (const WrittenValue& value : values_) {
+    if (!isShort(value.property) && value.property != LiveProperty::ContentType) continue;
+    pattern.text.append(response, start, value.start - start);
+    pattern.gaps.push_back({value.property, pattern.text.size()});
+    start = value.end;
+  }
+  pattern.text.append(response, start);
+}
+
+// False, and nothing, when it is too long to be worth it.
+bool PropertyAnswer::appendByPattern(std::string& text, const ListedItem& item) {
+  Pattern& pattern = patternFor(item);
+  if (pattern.text.empty()) learn(pattern, item);
+  if (type_.type != item.contentType) {
+    type_.type = item.contentType;
+    type_.escaped.clear();
+    appendEscaped(type_.escaped, type_.type);
+  }
+  std::array<char, 4096> response;
+  const size_t most = kResponse.size() + item.href.size() + pattern.text.size() +
+                      pattern.gaps.size() * std::max(kMostShortBytes, type_.escaped.size());
+  if (most > response.size()) return false;
+  char* end = write(write(response.data(), kResponse), item.href);
+  size_t start = 0;
+  for (const Pattern::Gap& gap : pattern.gaps) {
+    end = write(end, std::string_view(pattern.text).substr(start, gap.position - start));
+    end = writeKnown(end, gap.property, item);
+    start = gap.position;
+  }
+  end = write(end, std::string_view(pattern.text).substr(start));
+  text.append(response.data(), end);
+  return true;
+}
+
+void PropertyAnswer::appendResponse(std::string& text, const ListedItem& item) {
+  const bool isOrdinary = item.properties.empty() && item.locks.empty() && !item.displayName;
+  if (isOrdinary && appendByPattern(text, item)) return;
+  text += kResponse;
+  text += item.href;
+  appendProperties(text, item);
 }
 
 }  // namespace tessel

@@ -1,58 +1,21 @@
 // The answer to a PROPFIND (RFC 4918, sections 9.1 and 13), a response at a time.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <ctime>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/debian/mod_tessel/files/space.h"
-#include "host/debian/mod_tessel/files/status.h"
 #include "host/debian/mod_tessel/property_request.h"
-#include "host/debian/mod_tessel/state/state.h"
+#include "host/debian/mod_tessel/property_values.h"
 
 namespace tessel {
 
-// One file or folder, by what an answer may say of it.
-struct ListedItem {
-  std::string_view href;  // percent-encoded
-  bool isCollection = false;
-  bool isFile = true;      // false: a name that is locked and nothing else
-  bool isVirtual = false;  // a collection that is no folder on disk: `status` has its time only
-  FileStatus status = {};
-  std::string_view contentType = {};                 // empty: unknown
-  std::optional<std::string_view> displayName = {};  // left out where XML cannot hold it
-  std::optional<Space> space = {};
-  std::span<const Property> properties = {};  // that clients have set
-  std::span<const Lock* const> locks = {};
-};
-
-// Properties that come from the file itself.
-enum class LiveProperty {
-  ResourceType,
-  CreationDate,
-  ContentLength,
-  LastModified,
-  ETag,
-  Executable,
-  SupportedLock,
-  LockDiscovery,
-  ContentType,
-  DisplayName,
-  // Not among all properties, only where asked for by name (RFC 4331, section 2).
-  QuotaAvailable,
-  QuotaUsed,
-  Win32LastModified,
-};
-
 inline constexpr const char* kApacheProperties = "http://apache.org/dav/props/";
 inline constexpr const char* kMicrosoftProperties = "urn:schemas-microsoft-com:";
-
-// Appends the content of a property's element. False, and nothing, when the item has no such one.
-bool appendValue(std::string& text, LiveProperty property, const ListedItem& item, std::time_t now);
 
 class PropertyAnswer {
  public:
@@ -61,13 +24,12 @@ class PropertyAnswer {
 
   // What an item's answer will look at, so that the rest need not be found out.
   bool needsProperties() const { return needsProperties_; }
-  bool needsLocks() const { return needs(LiveProperty::LockDiscovery); }
-  bool needsContentType() const { return needs(LiveProperty::ContentType); }
-  bool needsSpace() const {
-    return needs(LiveProperty::QuotaAvailable) || needs(LiveProperty::QuotaUsed);
-  }
+  bool needsLocks() const { return needsLocks_; }
+  bool needsContentType() const { return needsContentType_; }
+  bool needsSpace() const { return needsSpace_; }
 
   void appendStart(std::string& text) const;
+  // Items that are alike but for their values take a fraction of the time after the first.
   void appendResponse(std::string& text, const ListedItem& item);
   static void appendEnd(std::string& text);
 
@@ -81,10 +43,39 @@ class PropertyAnswer {
 
   struct WrittenDate {
     std::int64_t second = 0;
-    std::string text;  // empty before the first
+    std::array<char, kMostShortBytes> text{};
+    size_t size = 0;  // 0 before the first
+  };
+
+  struct WrittenType {
+    std::string type, escaped;
+  };
+
+  // Where a value stands in the response at hand.
+  struct WrittenValue {
+    LiveProperty property;
+    size_t start, end;
+  };
+
+  // A response without its values, for all items that have the same properties; it begins behind
+  // the item's href.
+  struct Pattern {
+    struct Gap {
+      LiveProperty property;
+      size_t position;
+    };
+    std::string text;  // empty before the first such item
+    std::vector<Gap> gaps;
   };
 
   bool needs(LiveProperty property) const;
+  bool appendByPattern(std::string& text, const ListedItem& item);
+  Pattern& patternFor(const ListedItem& item);
+  void learn(Pattern& pattern, const ListedItem& item);
+  // What stands behind an item's href.
+  void appendProperties(std::string& text, const ListedItem& item);
+  // Writes the value of a property that the item has, and returns its end.
+  char* writeKnown(char* end, LiveProperty property, const ListedItem& item);
   // An element with the value of a property; false, and nothing, when the item has none.
   bool appendLive(std::string& text, std::string_view start, std::string_view end,
                   LiveProperty property, const ListedItem& item);
@@ -94,14 +85,20 @@ class PropertyAnswer {
   PropertyRequest::Kind kind_;
   std::time_t now_;
   bool needsProperties_ = false;
+  bool needsLocks_ = false;
+  bool needsContentType_ = false;
+  bool needsSpace_ = false;
   std::vector<Wanted> wanted_;
   std::vector<std::string> nameSpaces_;  // that are declared as n0, n1, ...
   // Of the item at hand: what it lacks, and what clients have set, in the order of names.
   std::string missing_;
   std::vector<const Property*> index_;
-  // The last dates: the files of a folder often have one in common.
+  std::vector<WrittenValue> values_;
+  std::array<Pattern, 32> patterns_;
+  // The last ones: the files of a folder often have them in common.
   WrittenDate created_;
   WrittenDate modified_;
+  WrittenType type_;
 };
 
 }  // namespace tessel

@@ -74,7 +74,7 @@ class FolderListing {
       : request_(request),
         share_(share),
         answer_(answer),
-        output_(request),
+        output_(request, share.server->buffers),
         types_(request),
         top_(share.found.target) {}
 
@@ -286,7 +286,7 @@ ListedItem listItem(const request_rec* request, const std::string& href, std::st
 // The collection of all shares and, if wanted, each of them. A share counts when its folder exists
 // and a URL can hold its name.
 int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer, bool withShares) {
-  Output output(request);
+  Output output(request, share.server->buffers);
   beginAnswer(request, answer, output);
   const std::string base = share.prefix + "/";
   answer.appendResponse(output.text(), listItem(request, base, share.prefix, answer));

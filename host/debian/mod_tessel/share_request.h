@@ -7,7 +7,9 @@
 #include <memory>
 #include <string>
 
+#include "host/debian/mod_tessel/buffer_pool.h"
 #include "host/debian/mod_tessel/files/place.h"
+#include "host/debian/mod_tessel/output.h"
 #include "host/debian/mod_tessel/share_folders.h"
 #include "host/debian/mod_tessel/share_url.h"
 #include "host/debian/mod_tessel/state/state.h"
@@ -18,6 +20,7 @@ namespace tessel {
 struct ServerData {
   ShareFolders folders;
   State* state = nullptr;  // of the process; null in the parent process
+  BufferPool buffers{Output::kCapacity};
 };
 
 struct ShareRequest {

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <string_view>
 
 #include "host/debian/mod_tessel/files/status.h"
 
@@ -31,7 +30,8 @@ Result<std::optional<FolderReader::Entry>> FolderReader::next() {
       return std::optional<Entry>();
     }
     const char* name = entry->d_name;
-    if (std::string_view(name) == "." || std::string_view(name) == "..") continue;
+    const bool isDots = name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
+    if (isDots) continue;
     return std::optional(Entry{name, entry->d_type});
   }
 }

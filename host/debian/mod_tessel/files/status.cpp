@@ -19,7 +19,7 @@ std::int64_t nanoseconds(const statx_timestamp& time) {
 }
 
 Result<FileStatus> statusAt(int folder, const char* name, int flags) {
-  struct statx found {};
+  struct statx found;  // which the kernel fills
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   if (::statx(folder, name, flags | AT_NO_AUTOMOUNT, kWanted, &found) != 0) {
     return systemError("cannot be looked at", errno);

@@ -1,0 +1,67 @@
+// The values of the properties that come from a file itself (RFC 4918, section 15; RFC 4331).
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "host/debian/mod_tessel/etag.h"
+#include "host/debian/mod_tessel/files/space.h"
+#include "host/debian/mod_tessel/files/status.h"
+#include "host/debian/mod_tessel/state/state.h"
+
+namespace tessel {
+
+// One file or folder, by what an answer may say of it.
+struct ListedItem {
+  std::string_view href;  // percent-encoded
+  bool isCollection = false;
+  bool isFile = true;      // false: a name that is locked and nothing else
+  bool isVirtual = false;  // a collection that is no folder on disk: `status` has its time only
+  FileStatus status = {};
+  std::string_view contentType = {};                 // empty: unknown
+  std::optional<std::string_view> displayName = {};  // left out where XML cannot hold it
+  std::optional<Space> space = {};
+  std::span<const Property> properties = {};  // that clients have set
+  std::span<const Lock* const> locks = {};
+};
+
+// Properties that come from the file itself.
+enum class LiveProperty {
+  ResourceType,
+  CreationDate,
+  ContentLength,
+  LastModified,
+  ETag,
+  Executable,
+  SupportedLock,
+  LockDiscovery,
+  ContentType,
+  DisplayName,
+  // Not among all properties, only where asked for by name (RFC 4331, section 2).
+  QuotaAvailable,
+  QuotaUsed,
+  Win32LastModified,
+};
+
+bool hasValue(LiveProperty property, const ListedItem& item);
+
+// Appends the content of a property's element. False, and nothing, when the item has no such one.
+bool appendValue(std::string& text, LiveProperty property, const ListedItem& item, std::time_t now);
+
+// Whether the value is a number, a time or the like, and fits into kMostShortBytes.
+bool isShort(LiveProperty property);
+constexpr std::size_t kMostShortBytes = kMostETagBytes;
+// Writes a short value, which the item must have, and returns its end.
+char* writeShort(char* end, LiveProperty property, const ListedItem& item);
+
+// As text of an element or an attribute.
+void appendEscaped(std::string& text, std::string_view bytes);
+
+// When the file came into being, in nanoseconds since 1970, as near as the file system tells.
+std::int64_t creationOf(const FileStatus& status);
+
+}  // namespace tessel
