@@ -151,7 +151,8 @@ TEST_F(GateTest, OutlivesKilledProcesses) {
 }
 
 TEST(Memberships, AreThoseOfTheSystem) {
-  Memberships memberships;
+  AccountFiles files;
+  Memberships memberships(files);
   for (int i = 0; i < 2; ++i) {
     EXPECT_TRUE(memberships.isMember("root", "root"));
     EXPECT_FALSE(memberships.isMember("nobody", "root"));

@@ -179,9 +179,10 @@ Result<Database> Database::open(const std::string& path, const Options& options)
   constexpr int kStepsBetweenLooks = 10'000;
   const int create = options.mayCreate ? SQLITE_OPEN_CREATE : 0;
   sqlite3* opened = nullptr;
-  const int result = sqlite3_open_v2(
-      path.c_str(), &opened,
-      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_EXRESCODE | create, nullptr);
+  const int result = sqlite3_open_v2(path.c_str(), &opened,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
+                                         SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_EXRESCODE | create,
+                                     nullptr);
   Database database;
   database.connection_ = {opened, Close{std::make_shared<Limits>()}};
   if (result != SQLITE_OK) {

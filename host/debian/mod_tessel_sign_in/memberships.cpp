@@ -2,7 +2,6 @@
 
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,10 +18,6 @@ constexpr size_t kMostAnswers = 4096;
 // An edit in place may leave all stamps of a file as they are when it follows another that closely.
 constexpr std::int64_t kSecondsUnsettled = 2;
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
-
-std::int64_t nanoseconds(const timespec& time) {
-  return static_cast<std::int64_t>(time.tv_sec) * kNanoseconds + time.tv_nsec;
-}
 
 // Calls getpwnam_r or getgrnam_r with as much room as the entry takes.
 template <typename Entry>
@@ -53,16 +48,8 @@ bool lookUpMember(const std::string& user, const std::string& group) {
 
 }  // namespace
 
-FileStamp fileStamp(const char* path) {
-  struct stat status {};
-  if (::stat(path, &status) != 0) return {};
-  return {static_cast<std::int64_t>(status.st_dev), static_cast<std::int64_t>(status.st_ino),
-          status.st_size, nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
-}
-
 bool Memberships::isMember(const std::string& user, const std::string& group) {
-  const Stamps stamps{fileStamp("/etc/passwd"), fileStamp("/etc/group"),
-                      fileStamp("/etc/nsswitch.conf")};
+  const AccountStamps stamps = files_.stamps();
   const std::int64_t now = std::chrono::duration_cast<std::chrono::seconds>(
                                std::chrono::steady_clock::now().time_since_epoch())
                                .count();
@@ -80,7 +67,7 @@ bool Memberships::isMember(const std::string& user, const std::string& group) {
   }
   const bool isMember = lookUpMember(user, group);
   const std::int64_t changed =
-      std::max({stamps[0].back(), stamps[1].back(), stamps[2].back()}) / kNanoseconds;
+      std::max({stamps.passwd.back(), stamps.group.back(), stamps.nsswitch.back()}) / kNanoseconds;
   if (std::time(nullptr) - changed < kSecondsUnsettled) return isMember;
   const std::lock_guard lock(mutex_);
   if (stamps == stamps_) {

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "host/debian/apache_command.h"
+#include "host/debian/mod_tessel_sign_in/account_files.h"
 #include "host/debian/mod_tessel_sign_in/gate.h"
 #include "host/debian/mod_tessel_sign_in/memberships.h"
 #include "host/debian/mod_tessel_sign_in/open_accounts.h"
@@ -53,6 +54,7 @@ struct Location {
 struct Server {
   void* gateMemory;
   Gate* gate;  // of a child process; null before there is one
+  AccountFiles* files;
   Memberships* memberships;
   FileStamp* shadow;  // of the accounts that were looked at last; the first process's own
 };
@@ -92,8 +94,12 @@ bool isCheckable(std::string_view text) {
 // One sign-in on its way through the gate.
 class SignIn {
  public:
-  SignIn(request_rec* request, Gate& gate, std::string user, std::string password)
-      : request_(request), gate_(gate), user_(std::move(user)), password_(std::move(password)) {}
+  SignIn(request_rec* request, const Server& server, std::string user, std::string password)
+      : request_(request),
+        gate_(*server.gate),
+        files_(*server.files),
+        user_(std::move(user)),
+        password_(std::move(password)) {}
   SignIn(const SignIn&) = delete;
   SignIn& operator=(const SignIn&) = delete;
   SignIn(SignIn&&) = delete;
@@ -143,7 +149,7 @@ class SignIn {
  private:
   Result<SignInTag> makeTag() const {
     // A change of any password makes all be asked for anew.
-    const FileStamp stamp = fileStamp("/etc/shadow");
+    const FileStamp stamp = files_.stamps().shadow;
     std::string text;
     text.reserve(sizeof stamp + user_.size() + 1 + password_.size());
     text.append(reinterpret_cast<const char*>(stamp.data()), sizeof stamp);
@@ -219,6 +225,7 @@ class SignIn {
 
   request_rec* request_;
   Gate& gate_;
+  AccountFiles& files_;
   std::string user_;
   std::string password_;
   Client client_;
@@ -240,7 +247,7 @@ int authenticate(request_rec* request) {
   request->ap_auth_type = const_cast<char*>("Basic");
   const auto* server = configOf<Server>(request->server->module_config);
   if (server->gate == nullptr) return HTTP_INTERNAL_SERVER_ERROR;
-  SignIn signIn(request, *server->gate, user, password);
+  SignIn signIn(request, *server, user, password);
   if (!isCheckable(user) || !isCheckable(password)) return signIn.refuse();
   const bool isMember =
       location->group == nullptr || server->memberships->isMember(user, location->group);
@@ -291,9 +298,9 @@ apr_status_t deleteObject(void* object) {
 
 // One that goes with the pool; null when there is no memory.
 template <typename Object, typename... Arguments>
-Object* makeObject(apr_pool_t* pool, Arguments... arguments) {
+Object* makeObject(apr_pool_t* pool, Arguments&&... arguments) {
   try {
-    auto* object = new Object(arguments...);
+    auto* object = new Object(std::forward<Arguments>(arguments)...);
     apr_pool_cleanup_register(pool, object, deleteObject<Object>, apr_pool_cleanup_null);
     return object;
   } catch (...) {
@@ -303,14 +310,13 @@ Object* makeObject(apr_pool_t* pool, Arguments... arguments) {
 
 // Apache's first process, which is root's, looks every ten seconds whether accounts have changed.
 void lookForOpenAccounts(server_rec* server) {
-  constexpr const char* kShadow = "/etc/shadow";
   auto* own = configOf<Server>(server->module_config);
-  const FileStamp stamp = fileStamp(kShadow);
+  const FileStamp stamp = fileStamp(kShadowFile);
   if (stamp == *own->shadow) return;
   *own->shadow = stamp;
-  const auto names = openAccounts(kShadow);
+  const auto names = openAccounts(kShadowFile);
   if (!names) {
-    ap_log_error(APLOG_MARK, APLOG_ERR, errno, server, "cannot read %s", kShadow);
+    ap_log_error(APLOG_MARK, APLOG_ERR, errno, server, "cannot read %s", kShadowFile);
     return;
   }
   Gate gate(own->gateMemory);
@@ -345,14 +351,15 @@ int prepareServers(apr_pool_t* configuration, apr_pool_t* /*log*/, apr_pool_t* /
     memory = Gate::makeMemory();
     if (memory != nullptr) apr_pool_userdata_setn(memory, name, nullptr, lasting);
   }
-  auto* memberships = makeObject<Memberships>(configuration);
+  auto* files = makeObject<AccountFiles>(configuration);
+  auto* memberships = files == nullptr ? nullptr : makeObject<Memberships>(configuration, *files);
   if (memory == nullptr || memberships == nullptr) {
     ap_log_error(APLOG_MARK, APLOG_EMERG, 0, first, "no memory for sign-ins");
     return HTTP_INTERNAL_SERVER_ERROR;
   }
   auto* shadow = static_cast<FileStamp*>(apr_pcalloc(configuration, sizeof(FileStamp)));
   for (server_rec* server = first; server != nullptr; server = server->next) {
-    *configOf<Server>(server->module_config) = {memory, nullptr, memberships, shadow};
+    *configOf<Server>(server->module_config) = {memory, nullptr, files, memberships, shadow};
   }
   return watchAccounts(configuration, first);
 }

@@ -1,0 +1,34 @@
+// The files in which this machine keeps its accounts, and whether they have changed.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+namespace tessel {
+
+inline constexpr const char* kShadowFile = "/etc/shadow";
+
+// What tells that a file is the one that it was: device, inode, size and times in nanoseconds. All
+// 0 for a file that is not there.
+using FileStamp = std::array<std::int64_t, 5>;
+FileStamp fileStamp(const char* path);
+
+struct AccountStamps {
+  FileStamp passwd{}, group{}, nsswitch{}, shadow{};
+  bool operator==(const AccountStamps&) const = default;
+};
+
+// Looks at the files once in four milliseconds at most: with thousands of requests a second that is
+// a tenth of what signing in takes. Any number of threads may call it.
+class AccountFiles {
+ public:
+  AccountStamps stamps();
+
+ private:
+  std::mutex mutex_;
+  std::int64_t lookedAt_ = 0;  // nanoseconds of the clock that begins with the machine; 0: never
+  AccountStamps stamps_;
+};
+
+}  // namespace tessel
