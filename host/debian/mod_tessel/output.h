@@ -27,6 +27,8 @@ class Output {
       : request_(request), pool_(&pool), text_(pool.take()) {}
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
+  Output(Output&&) = delete;
+  Output& operator=(Output&&) = delete;
   ~Output();
 
   // What is not sent yet; more is to be appended.
