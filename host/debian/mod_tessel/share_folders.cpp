@@ -1,8 +1,11 @@
 #include "host/debian/mod_tessel/share_folders.h"
 
+#include <atomic>
 #include <mutex>
 #include <set>
 #include <utility>
+
+#include "platform/base/coarse_clock.h"
 
 namespace tessel {
 
@@ -43,6 +46,14 @@ std::vector<std::string> ShareFolders::names() {
 }
 
 std::optional<SharePoint> ShareFolders::read(const DirectoryRecord& record) {
+  {
+    const std::shared_lock lock(mutex_);
+    const auto known = records_.find(record.fileName());
+    if (known != records_.end() && isRecent(std::atomic_ref(known->second.lookedAt).load())) {
+      return known->second.share;
+    }
+  }
+  const std::int64_t now = coarseClock();
   const auto stamp = record.stamp();
   if (!stamp) {
     const std::unique_lock lock(mutex_);
@@ -52,14 +63,17 @@ std::optional<SharePoint> ShareFolders::read(const DirectoryRecord& record) {
   {
     const std::shared_lock lock(mutex_);
     const auto known = records_.find(record.fileName());
-    if (known != records_.end() && known->second.stamp == *stamp) return known->second.share;
+    if (known != records_.end() && known->second.stamp == *stamp) {
+      std::atomic_ref(known->second.lookedAt).store(now);
+      return known->second.share;
+    }
   }
   // Read after the stamp was taken: a change in between is seen by the next look-up.
   const auto details = record.details();
   auto share = details ? sharePointOf(*details) : std::nullopt;
   if (isSettled(*stamp)) {
     const std::unique_lock lock(mutex_);
-    records_.insert_or_assign(record.fileName(), KnownRecord{*stamp, share});
+    records_.insert_or_assign(record.fileName(), KnownRecord{*stamp, share, now});
   }
   return share;
 }

@@ -4,6 +4,8 @@
 
 #include <ctime>
 
+#include "platform/base/coarse_clock.h"
+
 namespace tessel {
 
 namespace {
@@ -23,16 +25,11 @@ FileStamp fileStamp(const char* path) {
 }
 
 AccountStamps AccountFiles::stamps() {
-  constexpr std::int64_t kKept = 4'000'000;  // nanoseconds
-  timespec time{};
-  // The coarse clock is behind by a tick at most and costs nothing to ask.
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
-  const std::int64_t now = nanoseconds(time);
   const std::lock_guard lock(mutex_);
-  if (lookedAt_ == 0 || now - lookedAt_ >= kKept) {
+  if (!lookedAt_ || !isRecent(*lookedAt_)) {
+    lookedAt_ = coarseClock();
     stamps_ = {fileStamp("/etc/passwd"), fileStamp("/etc/group"), fileStamp("/etc/nsswitch.conf"),
                fileStamp(kShadowFile)};
-    lookedAt_ = now;
   }
   return stamps_;
 }

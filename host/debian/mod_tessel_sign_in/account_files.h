@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 
 namespace tessel {
 
@@ -27,7 +28,7 @@ class AccountFiles {
 
  private:
   std::mutex mutex_;
-  std::int64_t lookedAt_ = 0;  // nanoseconds of the clock that begins with the machine; 0: never
+  std::optional<std::int64_t> lookedAt_;  // by coarseClock()
   AccountStamps stamps_;
 };
 
