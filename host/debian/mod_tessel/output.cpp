@@ -14,9 +14,8 @@ Output::~Output() {
   if (pool_ != nullptr) pool_->giveBack(std::move(text_));
 }
 
-// Has the kernel gather what is written into full segments (tcp(7), TCP_CORK). TLS writes each of
-// its records on its own, and each would wake the client; with more than one of them that costs
-// more than they do.
+// Has the kernel gather what is written into full segments (tcp(7), TCP_CORK). Apache writes each
+// TLS record on its own, and to wake the client for each takes longer than to make it.
 void Output::holdBack(bool on) {
   int descriptor = -1;
   apr_socket_t* socket = ap_get_conn_socket(request_->connection);

@@ -56,7 +56,11 @@ void appendEmptyElement(std::string& text, std::string_view tag) {
   text += "/>";
 }
 
-char* write(char* end, std::string_view text) { return std::copy(text.begin(), text.end(), end); }
+// Whether all items of a pattern have this value in common.
+bool isSameForAll(LiveProperty property) {
+  return property == LiveProperty::ResourceType || property == LiveProperty::SupportedLock ||
+         property == LiveProperty::LockDiscovery;
+}
 
 const Known* knownBy(const PropertyName& name) {
   const auto* const known =
@@ -234,7 +238,7 @@ void PropertyAnswer::learn(Pattern& pattern, const ListedItem& item) {
   appendProperties(response, item);
   size_t start = 0;
   for (const WrittenValue& value : values_) {
-    if (!isShort(value.property) && value.property != LiveProperty::ContentType) continue;
+    if (isSameForAll(value.property)) continue;
     pattern.text.append(response, start, value.start - start);
     pattern.gaps.push_back({value.property, pattern.text.size()});
     start = value.end;

@@ -23,8 +23,6 @@ char* writeNumber(char* end, Number number) {
   return std::to_chars(end, end + 20, number).ptr;
 }
 
-char* write(char* end, std::string_view text) { return std::copy(text.begin(), text.end(), end); }
-
 // A moment by the calendar; unlike gmtime_r(3), without a lock that all threads share.
 struct Moment {
   int year;
@@ -135,22 +133,6 @@ bool hasValue(LiveProperty property, const ListedItem& item) {
       return item.space.has_value();
   }
   return false;
-}
-
-bool isShort(LiveProperty property) {
-  switch (property) {
-    case LiveProperty::CreationDate:
-    case LiveProperty::ContentLength:
-    case LiveProperty::LastModified:
-    case LiveProperty::ETag:
-    case LiveProperty::Executable:
-    case LiveProperty::QuotaAvailable:
-    case LiveProperty::QuotaUsed:
-    case LiveProperty::Win32LastModified:
-      return true;
-    default:
-      return false;
-  }
 }
 
 char* writeShort(char* end, LiveProperty property, const ListedItem& item) {

@@ -1,6 +1,7 @@
 // The values of the properties that come from a file itself (RFC 4918, section 15; RFC 4331).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -52,11 +53,14 @@ bool hasValue(LiveProperty property, const ListedItem& item);
 // Appends the content of a property's element. False, and nothing, when the item has no such one.
 bool appendValue(std::string& text, LiveProperty property, const ListedItem& item, std::time_t now);
 
-// Whether the value is a number, a time or the like, and fits into kMostShortBytes.
-bool isShort(LiveProperty property);
-constexpr std::size_t kMostShortBytes = kMostETagBytes;
-// Writes a short value, which the item must have, and returns its end.
+// Writes text where there is room for it, and returns its end.
+inline char* write(char* end, std::string_view text) {
+  return std::copy(text.begin(), text.end(), end);
+}
+// The same with a value that is a number, a time or the like, and takes at most kMostShortBytes.
+// The item must have it. Writes nothing for other properties.
 char* writeShort(char* end, LiveProperty property, const ListedItem& item);
+constexpr std::size_t kMostShortBytes = kMostETagBytes;
 
 // As text of an element or an attribute.
 void appendEscaped(std::string& text, std::string_view bytes);

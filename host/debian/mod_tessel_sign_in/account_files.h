@@ -20,8 +20,8 @@ struct AccountStamps {
   bool operator==(const AccountStamps&) const = default;
 };
 
-// Looks at the files once in four milliseconds at most: with thousands of requests a second that is
-// a tenth of what signing in takes. Any number of threads may call it.
+// Looks at the files once in four milliseconds at most, because every request asks. Any number of
+// threads may call it.
 class AccountFiles {
  public:
   AccountStamps stamps();
