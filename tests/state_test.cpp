@@ -783,6 +783,42 @@ bool lockAndUnlock(State& state, const File& file) {
   return state.removeLock(lock.token) && isAlone;
 }
 
+// What is remembered of an unchanged database is not taken for true of a changed one.
+TEST_F(StateTest, SeesAtOnceWhatAnotherProcessChanges) {
+  constexpr int kRounds = 50;
+  const File a = makeFile("a");
+  std::array<int, 2> commands{};
+  std::array<int, 2> answers{};
+  ASSERT_EQ(::pipe2(commands.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe2(answers.data(), O_CLOEXEC), 0);
+  const pid_t child = inChild([&] {
+    ::close(commands[1]);
+    for (char command = 0; ::read(commands[0], &command, 1) == 1;) {
+      if (command == 'l' && !lock(a, "bob")) return;
+      if (command == 'p' && !set(a, "x", "1")) return;
+      if (command == 'f' && !state().forgetTree(a.path)) return;
+      if (::write(answers[1], &command, 1) != 1) return;
+    }
+  });
+  ::close(answers[1]);
+  const auto other = [&](char command) {
+    return ::write(commands[1], &command, 1) == 1 && ::read(answers[0], &command, 1) == 1;
+  };
+  for (int round = 0; round < kRounds; ++round) {
+    ASSERT_EQ(holdersOf(a), "");
+    ASSERT_FALSE(*state().willReplace(a, a.identity));
+    ASSERT_TRUE(other('p'));
+    ASSERT_TRUE(*state().willReplace(a, a.identity));
+    ASSERT_TRUE(other('l'));
+    ASSERT_EQ(holdersOf(a), "bob");
+    if (round % 10 == 0) runSQL("PRAGMA wal_checkpoint(RESTART)");
+    ASSERT_TRUE(other('f'));
+  }
+  ::close(commands[1]);
+  ::close(answers[0]);
+  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+}
+
 // Each of many threads in many processes counts up a number of its own and one of all.
 TEST_F(StateTest, ManyAtOnce) {
   constexpr int kProcesses = 4;

@@ -232,6 +232,31 @@ std::int64_t Database::lastRowID() const { return sqlite3_last_insert_rowid(conn
 
 std::int64_t Database::changedRows() const { return sqlite3_changes64(connection_.get()); }
 
+// The index of the log, which all connections have in memory, begins with two copies of a header
+// that every commit changes, the second one first (sqlite.org/walformat.html, 2.1). By it SQLite
+// itself judges whether what it has read of the database still holds.
+std::optional<Moment> Database::moment() const {
+  constexpr int kRegionBytes = 32 * 1024;
+  sqlite3_file* file = nullptr;
+  if (sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) !=
+          SQLITE_OK ||
+      file == nullptr || file->pMethods == nullptr || file->pMethods->iVersion < 2) {
+    return std::nullopt;
+  }
+  volatile void* region = nullptr;
+  if (file->pMethods->xShmMap(file, 0, kRegionBytes, 0, &region) != SQLITE_OK ||
+      region == nullptr) {
+    return std::nullopt;
+  }
+  const volatile auto* word = static_cast<const volatile std::uint32_t*>(region);
+  Moment first{};
+  Moment second{};
+  for (std::uint32_t& copied : first) copied = __atomic_load_n(word++, __ATOMIC_ACQUIRE);
+  for (std::uint32_t& copied : second) copied = __atomic_load_n(word++, __ATOMIC_ACQUIRE);
+  if (first != second) return std::nullopt;
+  return first;
+}
+
 Status Database::flush() const {
   // Alone among SQLite's functions, this one leaves no message behind.
   const int result = sqlite3_db_cacheflush(connection_.get());

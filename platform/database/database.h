@@ -3,6 +3,7 @@
 // thread at a time and does not outlive a fork. Nothing throws.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -85,6 +86,9 @@ class Statement {
   bool isRunning_ = false;
 };
 
+// A moment of a database with a write-ahead log: between two equal ones nothing was committed.
+using Moment = std::array<std::uint32_t, 12>;
+
 class Database {
  public:
   struct Options {
@@ -111,6 +115,9 @@ class Database {
   std::int64_t lastRowID() const;
   // How many rows the last INSERT, UPDATE or DELETE changed.
   std::int64_t changedRows() const;
+  // The present one, after whatever any process has committed; none while one is committing. Only
+  // of a database with a write-ahead log that this connection has read. No call of the system.
+  std::optional<Moment> moment() const;
   // Hands what the open transaction has changed to the kernel, so that a full disk shows now.
   Status flush() const;
 

@@ -299,7 +299,7 @@ namespace {
 template <typename Function>
 Result<std::vector<Lock>> readLocks(StateStore& store, Function&& function) {
   const auto any =
-      store.read([](StateConnection& connection) { return connection.number(kAnyLock); });
+      store.read([](StateConnection& connection) { return connection.rememberedNumber(kAnyLock); });
   if (!any) return any.error();
   if (*any == 0) return std::vector<Lock>();
   return store.readAtOnce(std::forward<Function>(function));
@@ -437,8 +437,7 @@ Status State::removeLock(const std::string& token) {
 
 Result<int> State::removeLocksOn(const std::string& path) {
   if (Status valid = checkPath(path); !valid) return valid.error();
-  const auto places =
-      store_->read([&](StateConnection& connection) { return placesAt(connection, path); });
+  const auto places = placesAt(*store_, path);
   if (!places) return places.error();
   if (places->empty()) return 0;
   return store_->write([&](StateConnection& connection) -> Result<int> {

@@ -16,6 +16,7 @@ constexpr std::size_t kMostPlaces = 1000;
   "((" place ".folder = ?1 AND " place ".name = ?2) OR " place ".folder = ?3 OR (" place \
   ".folder >= ?4 AND " place ".folder < ?5))"
 
+constexpr const char* kAnyPlace = "SELECT EXISTS (SELECT 1 FROM place)";
 constexpr const char* kPlacesAt =
     "SELECT inode, birth, device, file, announced, missing FROM place WHERE folder = ? AND name = "
     "?";
@@ -72,6 +73,16 @@ Status changePlace(StateConnection& connection, const char* sql, std::string_vie
                            identity.birth, asNumber(identity.device));
 }
 
+// What `function` finds, nothing where there is no place at all.
+template <typename Answer, typename Function>
+Result<Answer> askOfPlaces(StateStore& store, Function&& function) {
+  return store.read([&](StateConnection& connection) -> Result<Answer> {
+    const auto any = connection.rememberedNumber(kAnyPlace);
+    if (!any) return any.error();
+    return *any == 0 ? Answer() : function(connection);
+  });
+}
+
 // Whether a place other than that of the file `standing` there can be forgotten.
 bool isOver(const KnownPlace& place, const std::optional<std::int64_t>& standing, std::time_t now) {
   if (!place.identity.exists()) return standing == place.file;
@@ -112,6 +123,11 @@ Result<std::vector<KnownPlace>> placesAt(StateConnection& connection, std::strin
       Blob{parts.folder}, Blob{parts.name});
   if (!status) return status.error();
   return places;
+}
+
+Result<std::vector<KnownPlace>> placesAt(StateStore& store, std::string_view path) {
+  return askOfPlaces<std::vector<KnownPlace>>(
+      store, [&](StateConnection& connection) { return placesAt(connection, path); });
 }
 
 Result<std::optional<KnownPlace>> placeOf(StateConnection& connection, const File& file) {
@@ -183,11 +199,13 @@ Status settlePlaces(StateConnection& connection, const File& file, std::time_t n
   return {};
 }
 
-Result<bool> isAnythingIn(StateConnection& connection, const Tree& tree) {
-  const auto found = connection.number(kIsAnythingIn, Blob{tree.top.folder}, Blob{tree.top.name},
-                                       Blob{tree.inside}, Blob{tree.first}, Blob{tree.afterLast});
-  if (!found) return found.error();
-  return *found != 0;
+Result<bool> isAnythingIn(StateStore& store, const Tree& tree) {
+  return askOfPlaces<bool>(store, [&](StateConnection& connection) -> Result<bool> {
+    const auto found = connection.number(kIsAnythingIn, Blob{tree.top.folder}, Blob{tree.top.name},
+                                         Blob{tree.inside}, Blob{tree.first}, Blob{tree.afterLast});
+    if (!found) return found.error();
+    return *found != 0;
+  });
 }
 
 Status copyPlaces(StateConnection& connection, const std::string& from, const std::string& to,

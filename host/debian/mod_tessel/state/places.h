@@ -1,7 +1,8 @@
 // Which file of the database is meant by a path and what stands there. A file of the database, with
 // properties and locks, is known under one place or, while something is replaced or moved, under
-// two; a place that matches nothing any more does no harm. All run inside a transaction or a single
-// statement; Errors are those of the database.
+// two; a place that matches nothing any more does no harm. What takes a connection runs inside a
+// transaction or a single statement, with the database's Errors; what takes the store asks for
+// itself, without a statement where no file at all is known, and has State's Errors.
 #pragma once
 
 #include <cstdint>
@@ -43,6 +44,7 @@ struct KnownPlace {
 
 // All that were ever at the path, the name alone included.
 Result<std::vector<KnownPlace>> placesAt(StateConnection& connection, std::string_view path);
+Result<std::vector<KnownPlace>> placesAt(StateStore& store, std::string_view path);
 // The one of the file that stands at the path, none when nothing is known of it.
 Result<std::optional<KnownPlace>> placeOf(StateConnection& connection, const File& file);
 // The file of that, made when there is none.
@@ -59,7 +61,7 @@ Status dropIfBare(StateConnection& connection, std::int64_t file);
 // lock on the name becomes the file's when willReplace has said that it is.
 Status settlePlaces(StateConnection& connection, const File& file, std::time_t now);
 
-Result<bool> isAnythingIn(StateConnection& connection, const Tree& tree);
+Result<bool> isAnythingIn(StateStore& store, const Tree& tree);
 // Puts what is in one tree into the other as well.
 Status copyPlaces(StateConnection& connection, const std::string& from, const std::string& to,
                   std::time_t now);

@@ -307,8 +307,7 @@ Status PropertyEdit::commit() {
 
 Result<bool> State::willReplace(const File& file, const FileIdentity& next) {
   if (const Status valid = checkPath(file.path); !valid) return valid.error();
-  const auto known =
-      store_->read([&](StateConnection& connection) { return placesAt(connection, file.path); });
+  const auto known = placesAt(*store_, file.path);
   if (!known) return known.error();
   if (known->empty()) return false;
   return store_->write([&](StateConnection& connection) -> Result<bool> {
@@ -369,8 +368,7 @@ Status State::willMove(const std::string& from, const std::string& to) {
   for (const std::string& path : {from, to}) {
     if (Status valid = checkPath(path); !valid) return valid;
   }
-  const auto isNeeded = store_->read(
-      [&](StateConnection& connection) { return isAnythingIn(connection, Tree(from)); });
+  const auto isNeeded = isAnythingIn(*store_, Tree(from));
   if (!isNeeded) return isNeeded.error();
   if (!*isNeeded) return {};
   return store_->write(
@@ -381,8 +379,7 @@ Status State::didNotMove(const std::string& from, const std::string& to) {
   for (const std::string& path : {from, to}) {
     if (Status valid = checkPath(path); !valid) return valid;
   }
-  const auto isNeeded =
-      store_->read([&](StateConnection& connection) { return isAnythingIn(connection, Tree(to)); });
+  const auto isNeeded = isAnythingIn(*store_, Tree(to));
   if (!isNeeded) return isNeeded.error();
   if (!*isNeeded) return {};
   return store_->write(
@@ -391,8 +388,7 @@ Status State::didNotMove(const std::string& from, const std::string& to) {
 
 Status State::settle(const File& file) {
   if (Status valid = checkPath(file.path); !valid) return valid;
-  const auto known =
-      store_->read([&](StateConnection& connection) { return placesAt(connection, file.path); });
+  const auto known = placesAt(*store_, file.path);
   if (!known) return known.error();
   const bool isSettled = std::all_of(known->begin(), known->end(), [&](const KnownPlace& place) {
     return place.identity.isSameFile(file.identity) && place.announced == 0;
@@ -404,8 +400,7 @@ Status State::settle(const File& file) {
 
 Status State::forgetTree(const std::string& path) {
   if (Status valid = checkPath(path); !valid) return valid;
-  const auto isNeeded = store_->read(
-      [&](StateConnection& connection) { return isAnythingIn(connection, Tree(path)); });
+  const auto isNeeded = isAnythingIn(*store_, Tree(path));
   if (!isNeeded) return isNeeded.error();
   if (!*isNeeded) return {};
   return store_->write(

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <thread>
 
+#include "platform/base/coarse_clock.h"
+
 namespace tessel {
 
 namespace {
@@ -206,6 +208,17 @@ Result<sql::Statement*> StateConnection::prepared(const char* sql) {
   return &found->second;
 }
 
+Result<std::int64_t> StateConnection::rememberedNumber(const char* sql) {
+  // Looked at before the question, so that an answer is never taken for a later one.
+  const auto moment = database_.moment();
+  if (!moment) return number(sql);
+  const auto found = remembered_.find(sql);
+  if (found != remembered_.end() && found->second.moment == *moment) return found->second.number;
+  auto answer = number(sql);
+  if (answer) remembered_.insert_or_assign(sql, Remembered{*moment, *answer});
+  return answer;
+}
+
 StateStore::StateStore(State::Options options)
     : options_(std::move(options)),
       current_(options_.folder + "/current"),
@@ -231,9 +244,23 @@ void StateStore::setLookedAt(std::string path) {
   lookedAt_ = std::move(path);
 }
 
-Result<StateStore::Lease> StateStore::connection() {
-  const auto standing = identityAt(file_);
-  if (!standing) return stateError(StateError::Failed, standing.error().description);
+Result<FileIdentity> StateStore::standing(Look look) {
+  if (look == Look::Lately) {
+    const std::lock_guard lock(mutex_);
+    if (standing_ && isRecent(standingSeen_)) return *standing_;
+  }
+  const std::int64_t now = coarseClock();
+  auto found = identityAt(file_);
+  if (!found) return stateError(StateError::Failed, found.error().description);
+  const std::lock_guard lock(mutex_);
+  standing_ = *found;
+  standingSeen_ = now;
+  return found;
+}
+
+Result<StateStore::Lease> StateStore::connection(Look look) {
+  const auto standing = this->standing(look);
+  if (!standing) return standing.error();
   {
     const std::lock_guard lock(mutex_);
     while (!idle_.empty()) {
@@ -245,6 +272,8 @@ Result<StateStore::Lease> StateStore::connection() {
   }
   auto opened = open();
   if (!opened) return asStateError(opened.error());
+  const std::lock_guard lock(mutex_);
+  standing_ = (*opened)->identity();
   return Lease(*this, std::move(*opened));
 }
 

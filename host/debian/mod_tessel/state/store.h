@@ -77,8 +77,15 @@ class StateConnection {
     if (!status) return status.error();
     return number;
   }
+  // The same of a question without values, outside any transaction. The answer is remembered until
+  // somebody, in whichever process, commits something.
+  Result<std::int64_t> rememberedNumber(const char* sql);
 
  private:
+  struct Remembered {
+    sql::Moment moment{};
+    std::int64_t number = 0;
+  };
   struct Running {
     sql::Statement& statement;
     explicit Running(sql::Statement& running) : statement(running) {}
@@ -97,6 +104,7 @@ class StateConnection {
   FileIdentity identity_;
   std::int64_t pages_;  // at most
   std::unordered_map<const char*, sql::Statement> statements_;
+  std::unordered_map<const char*, Remembered> remembered_;
 };
 
 class StateStore {
@@ -129,17 +137,11 @@ class StateStore {
   std::time_t now() const;
 
   // What `function` makes of a connection, a Status or Result. When it finds the database damaged,
-  // it gets a fresh one. Errors are StateErrors.
+  // it gets a fresh one. Errors are StateErrors. A database that another process has put in place
+  // may be noticed some milliseconds late.
   template <typename Function>
   auto read(Function&& function) -> std::invoke_result_t<Function, StateConnection&> {
-    using Outcome = std::invoke_result_t<Function, StateConnection&>;
-    for (bool isFirst = true;; isFirst = false) {
-      Result<Lease> lease = connection();
-      if (!lease) return lease.error();
-      Outcome outcome = function(**lease);
-      if (outcome) return outcome;
-      if (!recover(*lease, outcome.error()) || !isFirst) return asStateError(outcome.error());
-    }
+    return use(Look::Lately, std::forward<Function>(function));
   }
 
   // The same for what asks more than once: all answers are of one moment, and cheaper.
@@ -159,7 +161,7 @@ class StateStore {
   template <typename Function>
   auto write(Function&& function) -> std::invoke_result_t<Function, StateConnection&> {
     using Outcome = std::invoke_result_t<Function, StateConnection&>;
-    return read([&](StateConnection& connection) -> Outcome {
+    return use(Look::Now, [&](StateConnection& connection) -> Outcome {
       const auto turn = turnToWrite();
       if (!turn) return tooBusy();
       auto transaction = sql::Transaction::begin(connection.database());
@@ -174,7 +176,7 @@ class StateStore {
 
   // For a transaction that lasts over several calls. The threads of a process take turns here, not
   // by asking the file again and again.
-  Result<Lease> connection();
+  Result<Lease> connection() { return connection(Look::Now); }
   std::unique_lock<std::timed_mutex> turnToWrite();
   static Error tooBusy();
   // After a failure: discards the connection if something is wrong with it, and sets the database
@@ -186,6 +188,24 @@ class StateStore {
   void setLookedAt(std::string path);
 
  private:
+  // When it is, or was, looked at which database stands there.
+  enum class Look { Now, Lately };
+
+  template <typename Function>
+  auto use(Look look, Function&& function) -> std::invoke_result_t<Function, StateConnection&> {
+    using Outcome = std::invoke_result_t<Function, StateConnection&>;
+    for (bool isFirst = true;; isFirst = false) {
+      Result<Lease> lease = connection(look);
+      if (!lease) return lease.error();
+      Outcome outcome = function(**lease);
+      if (outcome) return outcome;
+      if (!recover(*lease, outcome.error()) || !isFirst) return asStateError(outcome.error());
+      look = Look::Now;
+    }
+  }
+
+  Result<Lease> connection(Look look);
+  Result<FileIdentity> standing(Look look);  // of the database that stands there
   Status checkFolder() const;
   // Held while its descriptor is open.
   Result<FileDescriptor> takeTurn() const;
@@ -199,6 +219,8 @@ class StateStore {
   std::timed_mutex writing_;
   std::mutex mutex_;
   std::vector<std::unique_ptr<StateConnection>> idle_;  // guarded by mutex_
+  std::optional<FileIdentity> standing_;                // guarded by mutex_
+  std::int64_t standingSeen_ = 0;                       // guarded by mutex_, by coarseClock()
   bool wasChecked_ = false;                             // guarded by mutex_
   std::string lookedAt_;                                // guarded by mutex_
 };
