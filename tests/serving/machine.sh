@@ -43,6 +43,22 @@ propfind() { # DEPTH URL [CURL-ARGUMENT...]
   status -X PROPFIND -H "Depth: $1" "${@:2}"
 }
 
+# Runs a command while Apache's children meet this at a call of the system (inject= of strace(1)).
+injected() { # CALL WHAT COMMAND...
+  local child tracer result=0 end=$((SECONDS + 5)) children=()
+  for child in $(pgrep -u www-data -x httpd); do children+=(-p "$child"); done
+  strace -qq -f -o /dev/null -e "trace=$1" -e "inject=$1:$2" "${children[@]}" 2>/dev/null &
+  tracer=$!
+  for child in "${children[@]}"; do
+    while grep -qs 'TracerPid:.0$' "/proc/$child/task/"*/status && [ "$SECONDS" -lt "$end" ]; do :; done
+  done
+  "${@:3}" || result=$?
+  # Asked to end, strace sometimes waits for a process that has gone.
+  kill -KILL "$tracer" 2>/dev/null
+  wait "$tracer" 2>/dev/null || true
+  return "$result"
+}
+
 configure() { # ENTRY...
   printf '%s\n' '<plist version="1.0"><dict>' "$@" '</dict></plist>' >/etc/tessel/tessel.plist
 }

@@ -115,10 +115,15 @@ int answerFolderPage(request_rec* request, const ShareRequest& share) {
       return HTTP_INTERNAL_SERVER_ERROR;
     }
     if (!*entry) break;
-    const auto status = listedStatus(folder, reader->descriptor(), **entry);
-    if (!status) continue;
-    entries.add((*entry)->name, status->isFolder(), static_cast<std::uint64_t>(status->size),
-                status->modified);
+    const auto listed = listedEntry(folder, reader->descriptor(), **entry);
+    if (!listed) {
+      ap_log_rerror(APLOG_MARK, APLOG_WARNING, 0, request, "%s: an entry %s", request->uri,
+                    listed.error().description.c_str());
+    }
+    if (!listed || !*listed) continue;
+    const FileStatus& status = (*listed)->status;
+    entries.add((*entry)->name, status.isFolder(), static_cast<std::uint64_t>(status.size),
+                status.modified);
   }
   const std::vector<PageEntry> shown = entries.take();
   FolderPage page;

@@ -12,7 +12,7 @@ namespace tessel {
 // For all threads of a process.
 class BufferPool {
  public:
-  explicit BufferPool(size_t capacity) : capacity_(capacity) {}
+  explicit BufferPool(size_t capacity) : capacity_(capacity) { spare_.reserve(kMostSpare); }
 
   // An empty text with room for so many bytes.
   std::string take() {
@@ -30,7 +30,6 @@ class BufferPool {
   }
 
   void giveBack(std::string buffer) {
-    constexpr size_t kMostSpare = 8;
     // What has grown far beyond its size is not worth keeping.
     if (buffer.capacity() < capacity_ || buffer.capacity() > 2 * capacity_) return;
     buffer.clear();
@@ -39,6 +38,8 @@ class BufferPool {
   }
 
  private:
+  static constexpr size_t kMostSpare = 8;
+
   const size_t capacity_;
   std::mutex mutex_;
   std::vector<std::string> spare_;

@@ -11,6 +11,7 @@ namespace tessel {
 
 Output::~Output() {
   if (isHeldBack_) holdBack(false);
+  if (isBegun() && !isEnded_) request_->connection->aborted = 1;
   if (pool_ != nullptr) pool_->giveBack(std::move(text_));
 }
 
@@ -34,6 +35,7 @@ bool Output::send(bool isLast) {
   }
   APR_BRIGADE_INSERT_TAIL(
       brigade_, apr_bucket_transient_create(text_.data(), text_.size(), connection->bucket_alloc));
+  isEnded_ = isLast;
   if (isLast) APR_BRIGADE_INSERT_TAIL(brigade_, apr_bucket_eos_create(connection->bucket_alloc));
   const bool isSent = ap_pass_brigade(request_->output_filters, brigade_) == APR_SUCCESS &&
                       connection->aborted == 0;

@@ -1,5 +1,6 @@
 // An answer that goes out in pieces while it is made; one that fits into the first piece goes out
-// with its length.
+// with its length. One that is begun and not ended, because something failed on the way, ends the
+// connection, so that nobody takes it for whole.
 #pragma once
 
 #include <apr_buckets.h>
@@ -14,10 +15,11 @@ namespace tessel {
 // Belongs to one request.
 class Output {
  public:
-  // Of the first piece, in bytes, with room for the entry that fills it. It holds a folder of some
-  // hundred files; what comes behind it goes out while it is in the processor's cache.
+  // In bytes. The first piece holds a folder of some hundred files; what comes behind it goes out
+  // while it is in the processor's cache.
   static constexpr size_t kFirstPiece = 1 << 18;
   static constexpr size_t kPiece = 1 << 16;
+  // With room for the entry that fills a piece.
   static constexpr size_t kCapacity = kFirstPiece + kPiece;
 
   // For an answer that is short.
@@ -38,6 +40,8 @@ class Output {
     return text_.size() < (brigade_ == nullptr ? kFirstPiece : kPiece) || send(false);
   }
   bool sendRest() { return send(true); }
+  // Whether something of it was sent.
+  bool isBegun() const { return brigade_ != nullptr; }
 
  private:
   bool send(bool isLast);
@@ -48,6 +52,7 @@ class Output {
   apr_bucket_brigade* brigade_ = nullptr;
   std::string text_;
   bool isHeldBack_ = false;
+  bool isEnded_ = false;
 };
 
 }  // namespace tessel

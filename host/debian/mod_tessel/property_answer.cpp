@@ -125,6 +125,15 @@ void PropertyAnswer::appendStart(std::string& text) const {
   text += "\">\n";
 }
 
+void PropertyAnswer::appendFailure(std::string& text, std::string_view href,
+                                   std::string_view status) {
+  text += kResponse;
+  text += href;
+  text += "</D:href><D:status>HTTP/1.1 ";
+  text += status;
+  text += "</D:status></D:response>\n";
+}
+
 void PropertyAnswer::appendEnd(std::string& text) { text += "</D:multistatus>\n"; }
 
 void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {

@@ -31,6 +31,8 @@ class PropertyAnswer {
   void appendStart(std::string& text) const;
   // Items that are alike but for their values take a fraction of the time after the first.
   void appendResponse(std::string& text, const ListedItem& item);
+  // For an item that is there and cannot be looked at; a status line as in "403 Forbidden".
+  static void appendFailure(std::string& text, std::string_view href, std::string_view status);
   static void appendEnd(std::string& text);
 
  private:

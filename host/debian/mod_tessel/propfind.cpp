@@ -66,6 +66,46 @@ int refuseState(request_rec* request, const Error& error) {
   return HTTP_SERVICE_UNAVAILABLE;
 }
 
+// The end of an answer that cannot be completed: of the system's and of State's errors.
+int refuse(request_rec* request, const Output& output, const Error& error) {
+  // Nothing more can be said then, and the end of the connection cuts off what was.
+  if (output.isBegun()) {
+    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "%s", error.description.c_str());
+    return OK;
+  }
+  request->status = HTTP_OK;
+  if (error.code >= static_cast<int>(StateError::Failed)) return refuseState(request, error);
+  const int level = error.code == EACCES ? APLOG_INFO : APLOG_ERR;
+  ap_log_rerror(APLOG_MARK, level, 0, request, "%s", error.description.c_str());
+  return httpStatusOf(error.code);
+}
+
+struct Kept {
+  std::vector<Property> properties;
+  std::vector<Lock> locks;
+};
+
+// What is kept of a file or folder, as far as the answer needs it.
+Result<Kept> keptOf(State& state, const PropertyAnswer& answer, const FileDescriptor& item,
+                    const FileIdentity& identity) {
+  Kept kept;
+  if (!answer.needsProperties() && !answer.needsLocks()) return kept;
+  auto path = pathOf(item.get());
+  if (!path) return kept;
+  const File file{*std::move(path), identity, {}};
+  if (answer.needsProperties()) {
+    auto properties = state.properties(file);
+    if (!properties) return properties.error();
+    kept.properties = *std::move(properties);
+  }
+  if (answer.needsLocks()) {
+    auto locks = state.locks(file);
+    if (!locks) return locks.error();
+    kept.locks = *std::move(locks);
+  }
+  return kept;
+}
+
 using LocksByName = std::unordered_map<std::string, std::vector<const Lock*>>;
 
 class FolderListing {
@@ -85,10 +125,20 @@ class FolderListing {
     const bool isFolder = top_.status.isFolder();
     // A name on which there is a lock and nothing else is answered for as well.
     if (!top_.exists() && !isLockedName()) return HTTP_NOT_FOUND;
+    std::optional<FolderReader> reader;
+    if (withEntries && isFolder) {
+      auto opened = FolderReader::open(top_.item);
+      if (!opened) return refuse(request_, output_, opened.error());
+      reader.emplace(*std::move(opened));
+    }
     beginAnswer(request_, answer_, output_);
     base_ = urlPath(share_.prefix, share_.name, share_.rest, isFolder);
     appendTop();
-    if (withEntries && isFolder && !appendEntries()) return OK;
+    if (reader) {
+      const Status listed = appendEntries(*reader);
+      if (!listed) return refuse(request_, output_, listed.error());
+      if (hasClientGone_) return OK;
+    }
     endAnswer(output_);
     return OK;
   }
@@ -170,47 +220,65 @@ class FolderListing {
     item.contentType = item.isCollection ? kFolderType : types_.ofFile(name);
   }
 
-  // False when there is no more to send, because the client has gone.
-  bool appendEntries() {
-    auto reader = FolderReader::open(top_.item);
-    if (!reader) {
-      // As for a folder in a tree that may not be read, there is nothing to see in it.
-      ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request_, "%s", reader.error().description.c_str());
-      return true;
-    }
-    folder_ = reader->descriptor();
+  Status appendEntries(FolderReader& reader) {
+    folder_ = reader.descriptor();
     for (;;) {
-      const auto entry = reader->next();
-      if (!entry || !*entry) break;
-      appendEntry(**entry);
-      if (!output_.sendIfFull()) return false;
+      const auto entry = reader.next();
+      if (!entry) return entry.error();
+      if (!*entry) break;
+      if (Status appended = appendEntry(**entry); !appended) return appended;
+      if (!sendIfFull()) return {};
     }
-    for (const Lock& lock : entryLocks_) {
-      if (!lock.isOnName) continue;
-      const std::string name = lock.path.substr(lock.path.rfind('/') + 1);
-      if (statusIn(folder_, name.c_str())) continue;
-      ListedItem item;
-      item.isFile = false;
-      appendItem(item, name);
-    }
+    if (Status appended = appendLockedNames(); !appended || hasClientGone_) return appended;
     for (const std::string& name : leftovers_) removeLeftover(top_.item, name);
-    return true;
+    return {};
   }
 
-  void appendEntry(const FolderReader::Entry& entry) {
+  bool sendIfFull() {
+    hasClientGone_ = !output_.sendIfFull();
+    return !hasClientGone_;
+  }
+
+  Status appendEntry(const FolderReader::Entry& entry) {
     constexpr size_t kMostLeftovers = 16;
     if (isHiddenName(entry.name) && leftovers_.size() < kMostLeftovers) {
       leftovers_.emplace_back(entry.name);
     }
-    const auto status = listedStatus(top_.item, folder_, entry);
-    if (!status) return;
+    const auto listed = listedEntry(top_.item, folder_, entry);
+    if (!listed) {
+      href_ = base_;
+      appendPercentEncoded(href_, entry.name);
+      const char* status = ap_get_status_line(httpStatusOf(listed.error().code));
+      PropertyAnswer::appendFailure(output_.text(), href_, status);
+      return {};
+    }
+    if (!*listed) return {};
     ListedItem item;
-    item.status = *status;
-    item.isCollection = status->isFolder();
-    appendItem(item, entry.name);
+    item.status = (*listed)->status;
+    item.isCollection = item.status.isFolder();
+    return appendItem(item, entry.name, (*listed)->target);
   }
 
-  void appendItem(ListedItem& item, const char* name) {
+  // Names on which there are locks and nothing else.
+  Status appendLockedNames() {
+    const Lock* last = nullptr;
+    for (const Lock& lock : entryLocks_) {
+      const bool isKnown = last != nullptr && last->path == lock.path;
+      last = &lock;
+      if (!lock.isOnName || isKnown) continue;
+      const std::string name = lock.path.substr(lock.path.rfind('/') + 1);
+      const auto status = statusIn(folder_, name.c_str());
+      if (status || status.error().code != ENOENT) continue;  // it was among the entries
+      ListedItem item;
+      item.isFile = false;
+      if (Status appended = appendItem(item, name.c_str(), {}); !appended) return appended;
+      if (!sendIfFull()) return {};
+    }
+    return {};
+  }
+
+  // `target` is what a link of this name leads to.
+  Status appendItem(ListedItem& item, const char* name, const Place& target) {
     href_ = base_;
     appendPercentEncoded(href_, name);
     if (item.isCollection) href_ += '/';
@@ -219,27 +287,50 @@ class FolderListing {
     if (item.isCollection && space_ && item.status.identity.device == top_.status.identity.device) {
       item.space = space_;
     }
-    std::vector<Property> properties;
-    if (inside_ && item.isFile) {
-      if (auto known = inside_->of(name, item.status.identity)) properties = *std::move(known);
-    }
-    item.properties = properties;
+    entryProperties_.clear();
     locks_.clear();
     if (answer_.needsLocks()) {
       for (const Lock& lock : covering_) {
         if (lock.isInfinite) locks_.push_back(&lock);
       }
-      if (!locksByName_.empty()) {
-        if (const auto own = locksByName_.find(name); own != locksByName_.end()) {
-          locks_.insert(locks_.end(), own->second.begin(), own->second.end());
-        }
-      }
     }
+    if (Status known = target.exists() ? findKept(target) : findKept(item, name); !known) {
+      return known;
+    }
+    item.properties = entryProperties_;
     item.locks = locks_;
     answer_.appendResponse(output_.text(), item);
+    return {};
   }
 
-  void appendItem(ListedItem& item, const std::string& name) { appendItem(item, name.c_str()); }
+  // What is kept of an entry.
+  Status findKept(const ListedItem& item, const char* name) {
+    if (inside_ && item.isFile) {
+      auto properties = inside_->of(name, item.status.identity);
+      if (!properties) return properties.error();
+      entryProperties_ = *std::move(properties);
+    }
+    if (!answer_.needsLocks() || locksByName_.empty()) return {};
+    if (const auto own = locksByName_.find(name); own != locksByName_.end()) {
+      locks_.insert(locks_.end(), own->second.begin(), own->second.end());
+    }
+    return {};
+  }
+
+  // And of what a link leads to.
+  Status findKept(const Place& target) {
+    auto kept = keptOf(state(), answer_, target.item, target.status.identity);
+    if (!kept) return kept.error();
+    entryProperties_ = std::move(kept->properties);
+    targetLocks_ = std::move(kept->locks);
+    for (const Lock& lock : targetLocks_) {
+      const bool isKnown = std::any_of(locks_.begin(), locks_.end(), [&lock](const Lock* other) {
+        return other->token == lock.token;
+      });
+      if (!isKnown) locks_.push_back(&lock);
+    }
+    return {};
+  }
 
   request_rec* request_;
   ShareRequest& share_;
@@ -258,9 +349,12 @@ class FolderListing {
   std::optional<FolderProperties> inside_;
   std::optional<Space> space_;
   std::vector<std::string> leftovers_;
+  bool hasClientGone_ = false;
   // Of the entry at hand.
   std::string href_;
+  std::vector<Property> entryProperties_;
   std::vector<const Lock*> locks_;
+  std::vector<Lock> targetLocks_;
 };
 
 // A collection that is no folder on disk.
@@ -283,6 +377,13 @@ ListedItem listItem(const request_rec* request, const std::string& href, std::st
   return list;
 }
 
+// Whether a client has set the name that is shown.
+bool isNamed(const std::vector<Property>& properties) {
+  return std::any_of(properties.begin(), properties.end(), [](const Property& property) {
+    return property.space == "DAV:" && property.name == "displayname";
+  });
+}
+
 // The collection of all shares and, if wanted, each of them. A share counts when its folder exists
 // and a URL can hold its name.
 int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer, bool withShares) {
@@ -303,7 +404,13 @@ int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer
     item.href = href;
     item.isCollection = true;
     item.status = *status;
-    item.displayName = name;
+    const auto kept = keptOf(*share.server->state, answer, *folder, status->identity);
+    if (!kept) return refuse(request, output, kept.error());
+    item.properties = kept->properties;
+    std::vector<const Lock*> locks;
+    for (const Lock& lock : kept->locks) locks.push_back(&lock);
+    item.locks = locks;
+    if (!isNamed(kept->properties)) item.displayName = name;
     if (answer.needsContentType()) item.contentType = kFolderType;
     if (answer.needsSpace()) item.space = spaceOf(*folder);
     answer.appendResponse(output.text(), item);

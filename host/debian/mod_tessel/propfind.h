@@ -1,6 +1,6 @@
 // Answers PROPFIND, for folders and files of shares and for the list of all shares: one walk
-// through the folder, one question to what is kept of it, and an answer that is sent while it is
-// made.
+// through the folder, one question to what is kept of it, and an answer that goes out, if it is
+// long, while it is made.
 #pragma once
 
 #include <httpd.h>

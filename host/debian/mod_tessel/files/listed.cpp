@@ -1,23 +1,38 @@
 #include "host/debian/mod_tessel/files/listed.h"
 
-#include "host/debian/mod_tessel/files/place.h"
+#include <cerrno>
 
 namespace tessel {
 
-std::optional<FileStatus> listedStatus(const FileDescriptor& folder, int opened,
-                                       const FolderReader::Entry& entry) {
+namespace {
+
+// Whether a link leads to nothing that clients may see, and not merely out of reach for now.
+bool leadsNowhere(int number) {
+  return number == EACCES || number == ELOOP || number == ENOENT || number == ENOTDIR ||
+         number == ENAMETOOLONG;
+}
+
+}  // namespace
+
+Result<std::optional<Listed>> listedEntry(const FileDescriptor& folder, int opened,
+                                          const FolderReader::Entry& entry) {
+  std::optional<Listed> none;
   const bool mayBeListed = entry.type == DT_REG || entry.type == DT_DIR || entry.type == DT_LNK ||
                            entry.type == DT_UNKNOWN;
-  if (!mayBeListed || (entry.name[0] == '.' && isPrivateName(entry.name))) return std::nullopt;
-  auto status = statusIn(opened, entry.name);
-  if (!status) return std::nullopt;
+  if (!mayBeListed || (entry.name[0] == '.' && isPrivateName(entry.name))) return none;
+  const auto status = statusIn(opened, entry.name);
+  if (!status && status.error().code == ENOENT) return none;
+  if (!status) return status.error();
+  Listed found{*status, {}};
   if (status->isLink()) {
-    const auto led = findBelow(folder, entry.name);
-    if (!led || !led->target.exists()) return std::nullopt;
-    status = led->target.status;
+    auto led = findBelow(folder, entry.name);
+    if (!led && !leadsNowhere(led.error().code)) return led.error();
+    if (!led || !led->target.exists()) return none;
+    found.status = led->target.status;
+    found.target = std::move(led->target);
   }
-  if (!status->isFile() && !status->isFolder()) return std::nullopt;
-  return *status;
+  if (!found.status.isFile() && !found.status.isFolder()) return none;
+  return std::optional(std::move(found));
 }
 
 }  // namespace tessel

@@ -4,15 +4,23 @@
 #include <optional>
 
 #include "host/debian/mod_tessel/files/folder_reader.h"
+#include "host/debian/mod_tessel/files/place.h"
 #include "host/debian/mod_tessel/files/status.h"
+#include "platform/base/result.h"
 #include "platform/files/file_descriptor.h"
 
 namespace tessel {
 
-// The status of an entry that is listed: a file, a folder, or what a link leads to that may be
-// followed. None for private names, and for what is neither or has just gone. `folder` is the
+struct Listed {
+  FileStatus status;
+  Place target;  // for a link, what it leads to
+};
+
+// An entry that is listed: a file, a folder, or what a link leads to that may be followed. None for
+// private names, and for what is neither or has just gone; an Error of the system for what is there
+// and cannot be looked at, such as a mounted file system that does not answer. `folder` is the
 // folder's O_PATH descriptor, `opened` the reader's.
-std::optional<FileStatus> listedStatus(const FileDescriptor& folder, int opened,
-                                       const FolderReader::Entry& entry);
+Result<std::optional<Listed>> listedEntry(const FileDescriptor& folder, int opened,
+                                          const FolderReader::Entry& entry);
 
 }  // namespace tessel

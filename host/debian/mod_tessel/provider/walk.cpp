@@ -73,9 +73,11 @@ class Walker {
     const FileDescriptor& above = folder->info->found.target.item;
     place.item =
         FileDescriptor(::openat(above.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!place.item) return nullptr;  // it has just gone
+    if (!place.item && errno == ENOENT) return nullptr;  // it has just gone
+    if (!place.item) return refuse(systemError(name, errno));
     const auto status = statusOf(place.item.get());
-    if (!status || (!status->isFile() && !status->isFolder())) return nullptr;
+    if (!status) return refuse(status.error());
+    if (!status->isFile() && !status->isFolder()) return nullptr;
     place.status = *status;
     place.name = name;
     auto parent = duplicate(above);
