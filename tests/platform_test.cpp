@@ -14,6 +14,7 @@
 #include "platform/files/path.h"
 #include "platform/process/process.h"
 #include "platform/process/program.h"
+#include "platform/xml/element_check.h"
 
 namespace tessel {
 namespace {
@@ -65,6 +66,82 @@ TEST(Text, ShowsWhatDoesNothingToATerminal) {
     EXPECT_EQ(shown(text), line);
     EXPECT_EQ(shellWord(text), word);
   }
+}
+
+TEST(XML, TellsWhatCanBePutIntoAnyDocument) {
+  const auto nested = [](int depth) {
+    std::string text;
+    for (int i = 0; i < depth; ++i) text += "<a>";
+    for (int i = 0; i < depth; ++i) text += "</a>";
+    return text;
+  };
+  struct Case {
+    std::string element;
+    bool isFit;
+  };
+  ElementCheck check;
+  for (const auto& [element, isFit] : std::vector<Case>{
+           {"<a b='1' xml:lang='de'>t&amp;<c/><!-- - --><?p?><![CDATA[<]]></a>", true},
+           {"<p:a xmlns:p='u:' xmlns='v:'><b xmlns='' p:c='' c=''/></p:a>", true},
+           {"<xml:a/>", true},
+           {"<a xmlns='u:%20\xC3\xA4'>\xC3\xA4</a>", true},
+           {"<ns1:a xmlns:ns1=\"u:\">\tb\"c\n</ns1:a>", true},
+           {"<a-1._/>", true},
+           {"<a>b]]</a>", true},
+           {"", false},
+           {"<", false},
+           {"a", false},
+           {"<>", false},
+           {"<a", false},
+           {"</a>", false},
+           {"<a>b", false},
+           {"<a></b>", false},
+           {"<a></a>b", false},
+           {"<a>b]]></a>", false},
+           {"<a>\x7F\1</a>", false},
+           {"<ns1:a/>", false},
+           {"<xml:a xmlns:xml=\"u:\"/>", false},
+           {"<ns1:a xmlns:ns2=\"u:\"/>", false},
+           {"<ns1:1 xmlns:ns1=\"u:\"/>", false},
+           {"<ns1: xmlns:ns1=\"u:\"/>", false},
+           {"<ns1:a:b xmlns:ns1=\"u:\"/>", false},
+           {"<ns1:a xmlns:ns1=\"\"/>", false},
+           {"<ns1:a xmlns:ns1=\"u&v\"/>", false},
+           {"<ns1:a xmlns:ns1=\"u<v\"/>", false},
+           {"<ns1:a xmlns:ns1=\"u\nv\"/>", false},
+           {"<ns1:a xmlns:ns1=\"u:\"b=''/>", false},
+           {"<ns1:a xmlns:ns1=\"u:", false},
+           {"<ns1:a xmlns:ns1=\"http://www.w3.org/2000/xmlns/\"/>", false},
+           {"<a/><a/>", false},
+           {"<a>", false},
+           {"<?xml version='1.0'?><a/>", false},
+           {"<!DOCTYPE a><a/>", false},
+           {"<a>&b;</a>", false},
+           {"<a>\xE4</a>", false},
+           {"<a>\1</a>", false},
+           {"<a>\xEF\xBF\xBE</a>", false},
+           {"<\0a\0/\0>\0"s, false},
+           {"\xFE\xFF\0<\0a\0/\0>"s, false},
+           {"<p:a/>", false},
+           {"<a p:b=''/>", false},
+           {"<XML:a/>", false},
+           {"<xmlns:a/>", false},
+           {"<p:1 xmlns:p='u:'/>", false},
+           {"<p:a:b xmlns:p='u:'/>", false},
+           {"<p:a xmlns:p=''/>", false},
+           {"<p:a xmlns:p='http://www.w3.org/2000/xmlns/'/>", false},
+           {"<a><b xmlns='http://www.w3.org/XML/1998/namespace'/></a>", false},
+           {"<a p:b='' q:b='' xmlns:p='u:' xmlns:q='u:'/>", false},
+           {"<a xmlns='u v'/>", false},
+           {"<a xmlns='u&#10;v'/>", false},
+           {"<a xmlns='u}v'/>", false},
+           {nested(kDeepestElement), true},
+           {nested(kDeepestElement + 1), false},
+       }) {
+    EXPECT_EQ(check.isForAll(element), isFit) << element;
+  }
+  EXPECT_TRUE(check.isWellFormed("<p:a xmlns:p='u v'/>"));
+  EXPECT_FALSE(check.isWellFormed("<a xmlns:p='u v'><q:b/></a>"));
 }
 
 TEST(Path, Components) {
