@@ -106,7 +106,8 @@ bool PropertyAnswer::needs(LiveProperty property) const {
   const auto* known =
       std::find_if(kKnown.begin(), kKnown.end(),
                    [property](const Known& candidate) { return candidate.property == property; });
-  if (kind_ != PropertyRequest::Kind::Some && known->isAmongAll) return true;
+  if (kind_ == PropertyRequest::Kind::Names) return true;
+  if (kind_ == PropertyRequest::Kind::All && known->isAmongAll) return true;
   return std::any_of(wanted_.begin(), wanted_.end(),
                      [property](const Wanted& wanted) { return wanted.live == property; });
 }
@@ -148,7 +149,7 @@ void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {
     }
   }
   for (const Known& known : kKnown) {
-    if (!known.isAmongAll) continue;
+    if (!isNameOnly && !known.isAmongAll) continue;
     if (!hasValue(known.property, item)) continue;
     if (isNameOnly) {
       appendEmptyElement(text, known.tag());

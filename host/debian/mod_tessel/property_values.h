@@ -42,7 +42,7 @@ enum class LiveProperty {
   LockDiscovery,
   ContentType,
   DisplayName,
-  // Not among all properties, only where asked for by name (RFC 4331, section 2).
+  // Not among all properties, only where asked for by name (RFC 4331, section 2) and among names.
   QuotaAvailable,
   QuotaUsed,
   Win32LastModified,
