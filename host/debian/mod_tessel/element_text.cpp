@@ -1,56 +1,61 @@
 #include "host/debian/mod_tessel/element_text.h"
 
-#include <algorithm>
 #include <set>
-#include <string_view>
 
-#include "host/debian/mod_tessel/property_request.h"
+#include "host/debian/mod_tessel/property_values.h"
+#include "platform/xml/element_check.h"
 
 namespace tessel {
 
 namespace {
 
-void appendEscaped(std::string& text, const char* bytes, bool isAttribute) {
-  for (; *bytes != '\0'; ++bytes) {
-    const char c = *bytes;
-    if (c == '&') {
-      text += "&amp;";
-    } else if (c == '<') {
-      text += "&lt;";
-    } else if (c == '>') {
-      text += "&gt;";
-    } else if (c == '\r') {
-      text += "&#13;";
-    } else if (isAttribute && c == '"') {
-      text += "&quot;";
-    } else if (isAttribute && (c == '\t' || c == '\n')) {
-      text += c == '\t' ? "&#9;" : "&#10;";
-    } else {
-      text += c;
+// With white space that a reader would take for blanks.
+void appendAttributeValue(std::string& text, std::string_view bytes) {
+  text += '"';
+  for (const char c : bytes) {
+    switch (c) {
+      case '&':
+        text += "&amp;";
+        break;
+      case '<':
+        text += "&lt;";
+        break;
+      case '"':
+        text += "&quot;";
+        break;
+      case '\t':
+        text += "&#9;";
+        break;
+      case '\n':
+        text += "&#10;";
+        break;
+      case '\r':
+        text += "&#13;";
+        break;
+      default:
+        text += c;
     }
   }
+  text += '"';
 }
 
 class Writer {
  public:
   explicit Writer(const apr_array_header_t* namespaces) : namespaces_(namespaces) {}
 
-  // What the text will need: every name in it, and the numbers of namespaces.
-  void collect(const apr_xml_elem* element) {
-    add(element->ns, element->name);
+  // Notes the namespaces that the text will need, each once: a client may repeat a long one
+  // thousands of times. False when the element is too deep for write().
+  bool collect(const apr_xml_elem* element, int depth) {
+    if (depth > kDeepestElement) return false;
+    add(element->ns);
     for (const apr_xml_attr* attribute = element->attr; attribute != nullptr;
          attribute = attribute->next) {
-      add(attribute->ns, attribute->name);
+      add(attribute->ns);
     }
     for (const apr_xml_elem* child = element->first_child; child != nullptr; child = child->next) {
-      collect(child);
+      if (!collect(child, depth + 1)) return false;
     }
-  }
-
-  bool isWellFormed(apr_pool_t* pool) const {
-    return areWellFormed(names_, pool) &&
-           std::all_of(used_.begin(), used_.end(),
-                       [this](int number) { return tessel::isWellFormed(uri(number)); });
+    return true;
   }
 
   void write(const apr_xml_elem* element, const char* language) {
@@ -67,13 +72,14 @@ class Writer {
          attribute = attribute->next) {
       text_ += ' ';
       writeName(attribute->ns, attribute->name);
-      writeValue(attribute->value);
+      text_ += '=';
+      appendAttributeValue(text_, attribute->value);
     }
     // The parser hands a language down to all that it is the language of.
     if (element->lang != nullptr &&
         (language == nullptr || element->lang != std::string_view(language))) {
-      text_ += " xml:lang";
-      writeValue(element->lang);
+      text_ += " xml:lang=";
+      appendAttributeValue(text_, element->lang);
     }
     if (element->first_cdata.first == nullptr && element->first_child == nullptr) {
       text_ += "/>";
@@ -93,17 +99,12 @@ class Writer {
   std::string take() { return std::move(text_); }
 
  private:
-  void add(int number, const char* name) {
-    // Each once: a client may repeat a long namespace thousands of times.
-    if (number >= 0) used_.insert(number);
-    std::string_view local = name;
-    // The parser leaves this prefix, the only one that needs no declaration, where it is.
-    constexpr std::string_view kReserved = "xml:";
-    if (number < 0 && local.starts_with(kReserved)) local.remove_prefix(kReserved.size());
-    names_.insert(local);
-  }
-
+  // As it stands in an attribute.
   const char* uri(int number) const { return APR_XML_GET_URI_ITEM(namespaces_, number); }
+
+  void add(int number) {
+    if (number >= 0) used_.insert(number);
+  }
 
   void writeName(int number, const char* name) {
     const size_t before = text_.size();
@@ -112,34 +113,36 @@ class Writer {
     nameSize_ = text_.size() - before;
   }
 
-  void writeValue(const char* value) {
-    text_ += "=\"";
-    appendEscaped(text_, value, true);
-    text_ += '"';
-  }
-
   void writeText(const apr_text_header& header) {
     for (const apr_text* part = header.first; part != nullptr; part = part->next) {
-      appendEscaped(text_, part->text, false);
+      appendEscapedText(text_, part->text);
     }
   }
 
   const apr_array_header_t* namespaces_;
   std::set<int> used_;
-  std::set<std::string_view> names_;
   std::string text_;
   size_t nameSize_ = 0;
 };
 
 }  // namespace
 
-Result<std::string> elementText(const apr_xml_elem* element, const apr_array_header_t* namespaces,
-                                apr_pool_t* pool) {
+Result<std::string> elementText(const apr_xml_elem* element, const apr_array_header_t* namespaces) {
   Writer writer(namespaces);
-  writer.collect(element);
-  if (!writer.isWellFormed(pool)) return Error{"a name is ill-formed", 0};
+  if (!writer.collect(element, 1)) return Error{"it is nested too deep", 0};
   writer.write(element, nullptr);
-  return writer.take();
+  std::string text = writer.take();
+  if (!ElementCheck().isForAll(text)) return Error{"it is not well-formed by itself", 0};
+  return text;
+}
+
+Result<std::string> elementText(std::string_view xml, apr_pool_t* pool) {
+  apr_xml_doc* document = nullptr;
+  apr_xml_parser* parser = apr_xml_parser_create(pool);
+  const bool isFed = apr_xml_parser_feed(parser, xml.data(), xml.size()) == APR_SUCCESS;
+  const bool isDone = apr_xml_parser_done(parser, &document) == APR_SUCCESS;
+  if (!isFed || !isDone) return Error{"it is ill-formed", 0};
+  return elementText(document->root, document->namespaces);
 }
 
 }  // namespace tessel

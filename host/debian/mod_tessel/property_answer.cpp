@@ -62,11 +62,10 @@ bool isSameForAll(LiveProperty property) {
          property == LiveProperty::LockDiscovery;
 }
 
-const Known* knownBy(const PropertyName& name) {
-  const auto* const known =
-      std::find_if(kKnown.begin(), kKnown.end(), [&name](const Known& candidate) {
-        return candidate.nameSpace == name.nameSpace && candidate.name() == name.name;
-      });
+const Known* knownBy(std::string_view nameSpace, std::string_view name) {
+  const auto* const known = std::find_if(kKnown.begin(), kKnown.end(), [&](const Known& candidate) {
+    return candidate.nameSpace == nameSpace && candidate.name() == name;
+  });
   return known == kKnown.end() ? nullptr : known;
 }
 
@@ -76,7 +75,7 @@ PropertyAnswer::PropertyAnswer(const PropertyRequest& request, std::time_t now)
     : kind_(request.kind), now_(now), needsProperties_(kind_ != PropertyRequest::Kind::Some) {
   for (const PropertyName& name : request.wanted) {
     Wanted wanted{name, std::nullopt, {}, {}, {}};
-    if (const Known* known = knownBy(name)) {
+    if (const Known* known = knownBy(name.nameSpace, name.name)) {
       if (kind_ == PropertyRequest::Kind::All && known->isAmongAll) continue;
       wanted.live = known->property;
       wanted.tag = known->tag();
@@ -140,13 +139,14 @@ void PropertyAnswer::appendEnd(std::string& text) { text += "</D:multistatus>\n"
 void PropertyAnswer::appendAll(std::string& text, const ListedItem& item) {
   const bool isNameOnly = kind_ == PropertyRequest::Kind::Names;
   for (const Property& property : item.properties) {
-    if (!isNameOnly) {
-      text += property.value;
-    } else if (property.space.empty()) {
-      appendEmptyElement(text, property.name);
-    } else {
-      text += "<p:" + property.name + " xmlns:p=\"" + property.space + "\"/>";
-    }
+    const Known* hiding = knownBy(property.space, property.name);
+    if (hiding != nullptr && hasValue(hiding->property, item)) continue;
+    std::string name;
+    if (isNameOnly) appendElement(name, property.space, property.name);
+    const std::string& element = isNameOnly ? name : property.value;
+    if (!check_.isForAll(element)) continue;
+    text += element;
+    index_.push_back(&property);
   }
   for (const Known& known : kKnown) {
     if (!isNameOnly && !known.isAmongAll) continue;
@@ -181,7 +181,11 @@ bool PropertyAnswer::appendLive(std::string& text, std::string_view start, std::
   if (!hasValue(property, item)) return false;
   text += start;
   const size_t before = text.size();
-  (void)appendValue(text, property, item, now_);
+  if (property == LiveProperty::LockDiscovery) {
+    appendLocks(text, item);
+  } else {
+    (void)appendValue(text, property, item);
+  }
   if (text.size() > before) {
     values_.push_back({property, before, text.size()});
     text += end;
@@ -192,6 +196,20 @@ bool PropertyAnswer::appendLive(std::string& text, std::string_view start, std::
   return true;
 }
 
+void PropertyAnswer::appendLocks(std::string& text, const ListedItem& item) {
+  for (const Lock* lock : item.locks) {
+    const std::size_t size = lock->owner.size();
+    bool withOwner = size > 0 && size <= kMostBytesOfOwners - bytesOfOwners_;
+    if (withOwner) {
+      // To look at one takes time as well.
+      bytesOfOwners_ += size;
+      withOwner = lock->owner == lastOwner_ || check_.isForAll(lock->owner);
+      if (withOwner) lastOwner_ = lock->owner;
+    }
+    appendLock(text, *lock, withOwner, now_);
+  }
+}
+
 void PropertyAnswer::appendWanted(const Wanted& wanted, const ListedItem& item, std::string& text) {
   if (wanted.live && appendLive(text, wanted.start, wanted.end, *wanted.live, item)) return;
   const auto key = std::tie(wanted.name.name, wanted.name.nameSpace);
@@ -199,7 +217,9 @@ void PropertyAnswer::appendWanted(const Wanted& wanted, const ListedItem& item, 
                                     [](const Property* property, const auto& sought) {
                                       return std::tie(property->name, property->space) < sought;
                                     });
-  if (set != index_.end() && std::tie((*set)->name, (*set)->space) == key) {
+  const bool isSet = set != index_.end() && std::tie((*set)->name, (*set)->space) == key;
+  if (isSet && kind_ == PropertyRequest::Kind::All) return;  // it is among all
+  if (isSet && check_.isForAll((*set)->value)) {
     text += (*set)->value;
   } else {
     appendEmptyElement(missing_, wanted.tag);
@@ -213,13 +233,16 @@ void PropertyAnswer::appendProperties(std::string& text, const ListedItem& item)
   missing_.clear();
   index_.clear();
   values_.clear();
-  if (!wanted_.empty()) {
+  if (kind_ != PropertyRequest::Kind::Some) {
+    appendAll(text, item);
+  } else {
     for (const Property& property : item.properties) index_.push_back(&property);
+  }
+  if (!wanted_.empty()) {
     std::sort(index_.begin(), index_.end(), [](const Property* one, const Property* other) {
       return std::tie(one->name, one->space) < std::tie(other->name, other->space);
     });
   }
-  if (kind_ != PropertyRequest::Kind::Some) appendAll(text, item);
   for (const Wanted& wanted : wanted_) appendWanted(wanted, item, text);
   // A response has at least one list of properties, if an empty one.
   if (text.size() == start && !missing_.empty()) {
@@ -263,7 +286,7 @@ bool PropertyAnswer::appendByPattern(std::string& text, const ListedItem& item) 
   if (type_.type != item.contentType) {
     type_.type = item.contentType;
     type_.escaped.clear();
-    appendEscaped(type_.escaped, type_.type);
+    appendEscapedText(type_.escaped, type_.type);
   }
   std::array<char, 4096> response;
   const size_t most = kResponse.size() + item.href.size() + pattern.text.size() +

@@ -11,8 +11,15 @@
 
 #include "host/debian/mod_tessel/property_request.h"
 #include "host/debian/mod_tessel/property_values.h"
+#include "platform/xml/element_check.h"
 
 namespace tessel {
+
+// What clients have set stands in it only as far as it is well-formed by itself, which older
+// versions have not asked of it, and each property once: one of a file itself hides one of a
+// client. Owners of locks are left out beyond this many bytes, for a lock on a folder would repeat
+// its own with everything in it (RFC 4918, section 14.1: an owner may be missing).
+inline constexpr std::size_t kMostBytesOfOwners = 1048576;
 
 inline constexpr const char* kApacheProperties = "http://apache.org/dav/props/";
 inline constexpr const char* kMicrosoftProperties = "urn:schemas-microsoft-com:";
@@ -82,6 +89,7 @@ class PropertyAnswer {
   bool appendLive(std::string& text, std::string_view start, std::string_view end,
                   LiveProperty property, const ListedItem& item);
   void appendWanted(const Wanted& wanted, const ListedItem& item, std::string& text);
+  void appendLocks(std::string& text, const ListedItem& item);
   void appendAll(std::string& text, const ListedItem& item);
 
   PropertyRequest::Kind kind_;
@@ -92,7 +100,11 @@ class PropertyAnswer {
   bool needsSpace_ = false;
   std::vector<Wanted> wanted_;
   std::vector<std::string> nameSpaces_;  // that are declared as n0, n1, ...
-  // Of the item at hand: what it lacks, and what clients have set, in the order of names.
+  ElementCheck check_;
+  std::size_t bytesOfOwners_ = 0;
+  std::string lastOwner_;  // that was found well-formed: a lock on a folder is one of each entry's
+  // Of the item at hand: what it lacks, and what clients have set, in the order of names; where all
+  // are told, only those that are.
   std::string missing_;
   std::vector<const Property*> index_;
   std::vector<WrittenValue> values_;

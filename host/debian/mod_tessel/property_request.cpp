@@ -1,6 +1,9 @@
 #include "host/debian/mod_tessel/property_request.h"
 
 #include <cstring>
+#include <set>
+
+#include "platform/xml/element_check.h"
 
 namespace tessel {
 
@@ -13,10 +16,10 @@ bool isDAV(const apr_xml_elem* element, const char* name) {
   return element->ns == APR_XML_NS_DAV_ID && std::strcmp(element->name, name) == 0;
 }
 
-Status readNames(const apr_xml_doc* document, const apr_xml_elem* list, apr_pool_t* pool,
+Status readNames(const apr_xml_doc* document, const apr_xml_elem* list,
                  std::vector<PropertyName>& wanted) {
   std::set<PropertyName> known;
-  std::set<std::string_view> names;
+  std::string names = "<names>";
   size_t bytes = 0;
   size_t bytesOfNameSpaces = 0;
   for (const apr_xml_elem* property = list->first_child; property != nullptr;
@@ -31,33 +34,28 @@ Status readNames(const apr_xml_doc* document, const apr_xml_elem* list, apr_pool
         bytesOfNameSpaces > kMostBytesOfNameSpaces) {
       return Error{"more properties than one request may ask for", kTooLarge};
     }
-    if (!isWellFormed(name.nameSpace)) return Error{"a namespace is ill-formed", kBadRequest};
-    names.insert(property->name);
+    // An attribute that repeats these as they are means blanks.
+    if (name.nameSpace.find_first_of("\t\n\r") != std::string::npos) {
+      return Error{"a namespace is ill-formed", kBadRequest};
+    }
+    appendElement(names, name.nameSpace, name.name);
     wanted.push_back(std::move(name));
   }
-  if (!areWellFormed(names, pool)) return Error{"a name is ill-formed", kBadRequest};
+  names += "</names>";
+  if (!ElementCheck().isWellFormed(names)) return Error{"a name is ill-formed", kBadRequest};
   return {};
 }
 
 }  // namespace
 
-bool isWellFormed(std::string_view nameSpace) {
-  return nameSpace.find_first_of("\t\n\r") == std::string_view::npos;
+void appendElement(std::string& text, std::string_view nameSpace, std::string_view name) {
+  text += nameSpace.empty() ? "<" : "<p:";
+  text += name;
+  if (!nameSpace.empty()) text.append(" xmlns:p=\"").append(nameSpace).append("\"");
+  text += "/>";
 }
 
-bool areWellFormed(const std::set<std::string_view>& names, apr_pool_t* pool) {
-  std::string tags = "<names>";
-  for (const std::string_view name : names) {
-    if (name.find(':') != std::string_view::npos) return false;
-    tags.append("<").append(name).append("/>");
-  }
-  tags += "</names>";
-  apr_xml_parser* parser = apr_xml_parser_create(pool);
-  const bool fed = apr_xml_parser_feed(parser, tags.data(), tags.size()) == APR_SUCCESS;
-  return apr_xml_parser_done(parser, nullptr) == APR_SUCCESS && fed;
-}
-
-Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool) {
+Result<PropertyRequest> propertyRequest(const apr_xml_doc* document) {
   PropertyRequest asked;
   if (document == nullptr) return asked;
   if (!isDAV(document->root, "propfind")) return Error{"not a propfind element", kBadRequest};
@@ -80,7 +78,7 @@ Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t*
   }
   if (!isUnderstood) return Error{"nothing that is understood is asked for", kBadRequest};
   if (names != nullptr && asked.kind != PropertyRequest::Kind::Names) {
-    if (Status read = readNames(document, names, pool, asked.wanted); !read) return read.error();
+    if (Status read = readNames(document, names, asked.wanted); !read) return read.error();
   }
   return asked;
 }

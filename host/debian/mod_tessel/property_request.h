@@ -4,7 +4,6 @@
 #include <apr_xml.h>
 
 #include <cstddef>
-#include <set>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -38,12 +37,11 @@ inline constexpr std::size_t kMostBytesOfNameSpaces = 1048576;
 // What the document asks for. No document asks for everything. An Error has the status of HTTP to
 // answer with: 400 when it is no propfind element with something in it that is understood, or when
 // its names are ill-formed; 413 beyond the bounds.
-Result<PropertyRequest> propertyRequest(const apr_xml_doc* document, apr_pool_t* pool);
+Result<PropertyRequest> propertyRequest(const apr_xml_doc* document);
 
-// Whether an answer can repeat these names, without their prefixes. The parser does not look at
-// what follows a prefix, and lets "a:1" and "a:b:c" through.
-bool areWellFormed(const std::set<std::string_view>& names, apr_pool_t* pool);
-// The same of a namespace, which stands in an attribute.
-bool isWellFormed(std::string_view nameSpace);
+// Appends an empty element of this name, which brings its namespace with it. It need not be
+// well-formed: Apache's parser does not look at what follows a prefix ("a:1", "a:b:c"), nor at
+// prefixes that begin with "xml", which it leaves in the name.
+void appendElement(std::string& text, std::string_view nameSpace, std::string_view name);
 
 }  // namespace tessel

@@ -92,20 +92,6 @@ char* writeISODate(char* end, std::int64_t nanoseconds) {
   return end;
 }
 
-void appendLock(std::string& text, const Lock& lock, std::time_t now) {
-  text += "<D:activelock><D:locktype><D:write/></D:locktype><D:lockscope><D:";
-  text += lock.isExclusive ? "exclusive" : "shared";
-  text += "/></D:lockscope><D:depth>";
-  text += lock.isInfinite ? "infinity" : "0";
-  text += "</D:depth>";
-  text += lock.owner;
-  text += "<D:timeout>Second-";
-  text += std::to_string(std::max<std::time_t>(lock.expires - now, 0));
-  text += "</D:timeout><D:locktoken><D:href>urn:uuid:";
-  text += lock.token;
-  text += "</D:href></D:locktoken></D:activelock>";
-}
-
 }  // namespace
 
 bool hasValue(LiveProperty property, const ListedItem& item) {
@@ -159,8 +145,7 @@ char* writeShort(char* end, LiveProperty property, const ListedItem& item) {
   }
 }
 
-bool appendValue(std::string& text, LiveProperty property, const ListedItem& item,
-                 std::time_t now) {
+bool appendValue(std::string& text, LiveProperty property, const ListedItem& item) {
   if (!hasValue(property, item)) return false;
   switch (property) {
     case LiveProperty::ResourceType:
@@ -169,14 +154,11 @@ bool appendValue(std::string& text, LiveProperty property, const ListedItem& ite
     case LiveProperty::SupportedLock:
       text += kSupportedLock;
       break;
-    case LiveProperty::LockDiscovery:
-      for (const Lock* lock : item.locks) appendLock(text, *lock, now);
-      break;
     case LiveProperty::ContentType:
-      appendEscaped(text, item.contentType);
+      appendEscapedText(text, item.contentType);
       break;
     case LiveProperty::DisplayName:
-      appendEscaped(text, *item.displayName);
+      appendEscapedText(text, *item.displayName);
       break;
     default:
       std::array<char, kMostShortBytes> value;
@@ -185,10 +167,22 @@ bool appendValue(std::string& text, LiveProperty property, const ListedItem& ite
   return true;
 }
 
-void appendEscaped(std::string& text, std::string_view bytes) {
-  const auto isPlain = [](char c) {
-    return c != '&' && c != '<' && c != '>' && c != '"' && c != '\r';
-  };
+void appendLock(std::string& text, const Lock& lock, bool withOwner, std::time_t now) {
+  text += "<D:activelock><D:locktype><D:write/></D:locktype><D:lockscope><D:";
+  text += lock.isExclusive ? "exclusive" : "shared";
+  text += "/></D:lockscope><D:depth>";
+  text += lock.isInfinite ? "infinity" : "0";
+  text += "</D:depth>";
+  if (withOwner) text += lock.owner;
+  text += "<D:timeout>Second-";
+  text += std::to_string(std::max<std::time_t>(lock.expires - now, 0));
+  text += "</D:timeout><D:locktoken><D:href>urn:uuid:";
+  text += lock.token;
+  text += "</D:href></D:locktoken></D:activelock>";
+}
+
+void appendEscapedText(std::string& text, std::string_view bytes) {
+  const auto isPlain = [](char c) { return c != '&' && c != '<' && c != '>' && c != '\r'; };
   if (std::all_of(bytes.begin(), bytes.end(), isPlain)) {
     text += bytes;
     return;
@@ -203,9 +197,6 @@ void appendEscaped(std::string& text, std::string_view bytes) {
         break;
       case '>':
         text += "&gt;";
-        break;
-      case '"':
-        text += "&quot;";
         break;
       case '\r':
         text += "&#13;";

@@ -50,8 +50,11 @@ enum class LiveProperty {
 
 bool hasValue(LiveProperty property, const ListedItem& item);
 
-// Appends the content of a property's element. False, and nothing, when the item has no such one.
-bool appendValue(std::string& text, LiveProperty property, const ListedItem& item, std::time_t now);
+// Appends the content of a property's element, but for locks. False, and nothing, when the item has
+// no such one.
+bool appendValue(std::string& text, LiveProperty property, const ListedItem& item);
+// Appends a lock as LockDiscovery tells of it. Its owner must be well-formed by itself to be told.
+void appendLock(std::string& text, const Lock& lock, bool withOwner, std::time_t now);
 
 // Writes text where there is room for it, and returns its end.
 inline char* write(char* end, std::string_view text) {
@@ -62,8 +65,9 @@ inline char* write(char* end, std::string_view text) {
 char* writeShort(char* end, LiveProperty property, const ListedItem& item);
 constexpr std::size_t kMostShortBytes = kMostETagBytes;
 
-// As text of an element or an attribute.
-void appendEscaped(std::string& text, std::string_view bytes);
+// As the text of an element. It is not fit for an attribute, where quotes, tabs and newlines mean
+// something else.
+void appendEscapedText(std::string& text, std::string_view bytes);
 
 // When the file came into being, in nanoseconds since 1970, as near as the file system tells.
 std::int64_t creationOf(const FileStatus& status);

@@ -426,7 +426,7 @@ Result<PropertyRequest> askedBy(request_rec* request) {
   if (const int status = ap_xml_parse_input(request, &document); status != OK) {
     return Error{"its XML cannot be read", status};
   }
-  auto asked = propertyRequest(document, request->pool);
+  auto asked = propertyRequest(document);
   if (!asked) {
     ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request, "PROPFIND: %s",
                   asked.error().description.c_str());

@@ -128,7 +128,7 @@ dav_error* store(dav_db* database, const dav_prop_name* name, const apr_xml_elem
       return dav_new_error(request->pool, HTTP_INSUFFICIENT_STORAGE, 0, 0,
                            "The name of the property is too long.");
     }
-    auto text = elementText(element, map->namespaces, request->pool);
+    auto text = elementText(element, map->namespaces);
     if (!text) {
       return dav_new_error(request->pool, HTTP_BAD_REQUEST, 0, 0, "The property is ill-formed.");
     }

@@ -68,7 +68,7 @@ dav_prop_insert insert(const dav_resource* resource, int id, dav_prop_insert wha
                        apr_text_header* text) {
   try {
     std::string value;
-    if (!appendValue(value, propertyOf(id), itemOf(resource), std::time(nullptr))) {
+    if (!appendValue(value, propertyOf(id), itemOf(resource))) {
       return DAV_PROP_INSERT_NOTDEF;
     }
     const dav_liveprop_spec* info = nullptr;

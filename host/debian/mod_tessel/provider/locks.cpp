@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "host/debian/mod_tessel/element_text.h"
 #include "host/debian/mod_tessel/provider/resource.h"
+#include "platform/xml/element_check.h"
 
 // mod_dav's names for a token, and for what a lock and the locks of a request keep to themselves.
 struct dav_locktoken {
@@ -81,6 +83,7 @@ void closeDatabase(dav_lockdb* /*database*/) {}
 
 apr_pool_t* poolOf(const dav_lockdb* database) { return database->info->request->pool; }
 
+// Without the owner, which mod_dav tells only in the answer to a LOCK.
 dav_lock* makeLock(apr_pool_t* pool, const Lock& lock, const File& file) {
   auto* made = static_cast<dav_lock_private*>(apr_pcalloc(pool, sizeof(dav_lock_private)));
   made->token.uuid = apr_pstrdup(pool, lock.token.c_str());
@@ -93,7 +96,6 @@ dav_lock* makeLock(apr_pool_t* pool, const Lock& lock, const File& file) {
   result.depth = lock.isInfinite ? DAV_INFINITY : 0;
   result.timeout = lock.expires;
   result.locktoken = &made->token;
-  if (!lock.owner.empty()) result.owner = apr_pstrdup(pool, lock.owner.c_str());
   result.auth_user = apr_pstrdup(pool, lock.user.c_str());
   result.info = made;
   return &result;
@@ -135,7 +137,7 @@ dav_error* getLocks(dav_lockdb* database, const dav_resource* resource, int /*ki
     const auto found = stateOf(resource).locks(file);
     if (!found) return stateError(database->info->request, found.error());
     for (const Lock& lock : *found) {
-      // In the resource's memory: a walk asks for each of thousands, and long owners come with it.
+      // In the resource's memory: a walk asks for each of thousands.
       dav_lock* made = makeLock(resource->pool, lock, file);
       made->next = *locks;
       *locks = made;
@@ -160,6 +162,11 @@ dav_error* hasLocks(dav_lockdb* database, const dav_resource* resource, int* pre
   return error;
 }
 
+dav_error* refuseLength(dav_lockdb* database) {
+  return dav_new_error(poolOf(database), HTTP_REQUEST_ENTITY_TOO_LARGE, 0, 0,
+                       "The owner of the lock is described at too great length.");
+}
+
 dav_error* appendLocks(dav_lockdb* database, const dav_resource* resource, int indirect,
                        const dav_lock* lock) {
   if (indirect != 0) return nullptr;
@@ -169,11 +176,17 @@ dav_error* appendLocks(dav_lockdb* database, const dav_resource* resource, int i
       wanted.token = lock->locktoken->uuid;
       wanted.isExclusive = lock->scope == DAV_LOCKSCOPE_EXCLUSIVE;
       wanted.isInfinite = lock->depth != 0;
-      if (lock->owner != nullptr) wanted.owner = lock->owner;
       if (lock->auth_user != nullptr) wanted.user = lock->auth_user;
-      if (wanted.owner.size() > kMostOwnerBytes) {
-        return dav_new_error(poolOf(database), HTTP_REQUEST_ENTITY_TOO_LARGE, 0, 0,
-                             "The owner of the lock is described at too great length.");
+      if (lock->owner != nullptr) {
+        const size_t size = std::strlen(lock->owner);
+        if (size > kMostOwnerBytes) return refuseLength(database);
+        auto owner = elementText({lock->owner, size}, poolOf(database));
+        if (!owner) {
+          return dav_new_error(poolOf(database), HTTP_BAD_REQUEST, 0, 0,
+                               "The owner of the lock is ill-formed.");
+        }
+        if (owner->size() > kMostOwnerBytes) return refuseLength(database);
+        wanted.owner = *std::move(owner);
       }
       const std::time_t seconds =
           lock->timeout == DAV_TIMEOUT_INFINITE
@@ -181,8 +194,11 @@ dav_error* appendLocks(dav_lockdb* database, const dav_resource* resource, int i
               : std::max<std::time_t>(lock->timeout - std::time(nullptr), 1);
       const auto set = stateOf(resource).addLock(fileOf(resource), wanted, seconds);
       if (!set) return stateError(database->info->request, set.error());
-      // The client is told how long it holds. mod_dav passes on what it has made itself.
-      const_cast<dav_lock*>(lock)->timeout = set->expires;  // NOLINT
+      // The client is told how long it holds, and its owner as everybody is. mod_dav passes on what
+      // it has made itself.
+      auto* answered = const_cast<dav_lock*>(lock);  // NOLINT
+      answered->timeout = set->expires;
+      if (!set->owner.empty()) answered->owner = apr_pstrdup(poolOf(database), set->owner.c_str());
     }
     return nullptr;
   });
@@ -212,6 +228,10 @@ dav_error* refreshLocks(dav_lockdb* database, const dav_resource* resource,
       if (!lock && kindOf(lock.error()) == StateError::NoSuchLock) continue;
       if (!lock) return stateError(database->info->request, lock.error());
       dav_lock* made = makeLock(poolOf(database), *lock, file);
+      // Older versions have kept what does not stand for itself.
+      if (ElementCheck().isForAll(lock->owner)) {
+        made->owner = apr_pstrdup(poolOf(database), lock->owner.c_str());
+      }
       made->next = *locks;
       *locks = made;
     }

@@ -67,7 +67,7 @@ struct Lock {
   bool isExclusive = true;
   bool isInfinite = false;  // covers all below
   bool isOnName = false;    // nothing stood there when it was set, and it has not been bound since
-  std::string owner;        // XML, as the client gave it
+  std::string owner;        // XML, as it is given
   std::string user;         // who signed in
   std::time_t created = 0;  // seconds since 1970
   std::time_t expires = 0;
