@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstring>
 #include <tuple>
 
 namespace tessel {
@@ -60,6 +61,14 @@ void appendEmptyElement(std::string& text, std::string_view tag) {
 bool isSameForAll(LiveProperty property) {
   return property == LiveProperty::ResourceType || property == LiveProperty::SupportedLock ||
          property == LiveProperty::LockDiscovery;
+}
+
+// Copies short texts in steps of one size, which takes no call of a function. There must be room
+// for one step more than the text, and as many bytes to read.
+constexpr size_t kStep = 32;
+char* writeInSteps(char* end, const char* text, size_t size) {
+  for (size_t at = 0; at < size; at += kStep) std::memcpy(end + at, text + at, kStep);
+  return end + size;
 }
 
 const Known* knownBy(std::string_view nameSpace, std::string_view name) {
@@ -173,7 +182,7 @@ char* PropertyAnswer::writeKnown(char* end, LiveProperty property, const ListedI
     date.size =
         static_cast<size_t>(writeShort(date.text.data(), property, item) - date.text.data());
   }
-  return write(end, {date.text.data(), date.size});
+  return writeInSteps(end, date.text.data(), date.size);
 }
 
 bool PropertyAnswer::appendLive(std::string& text, std::string_view start, std::string_view end,
@@ -277,6 +286,8 @@ void PropertyAnswer::learn(Pattern& pattern, const ListedItem& item) {
     start = value.end;
   }
   pattern.text.append(response, start);
+  pattern.size = pattern.text.size();
+  pattern.text.append(kStep, ' ');
 }
 
 // False, and nothing, when it is too long to be worth it.
@@ -289,17 +300,17 @@ bool PropertyAnswer::appendByPattern(std::string& text, const ListedItem& item) 
     appendEscapedText(type_.escaped, type_.type);
   }
   std::array<char, 4096> response;
-  const size_t most = kResponse.size() + item.href.size() + pattern.text.size() +
+  const size_t most = kResponse.size() + item.href.size() + pattern.size + kStep +
                       pattern.gaps.size() * std::max(kMostShortBytes, type_.escaped.size());
   if (most > response.size()) return false;
   char* end = write(write(response.data(), kResponse), item.href);
   size_t start = 0;
   for (const Pattern::Gap& gap : pattern.gaps) {
-    end = write(end, std::string_view(pattern.text).substr(start, gap.position - start));
+    end = writeInSteps(end, pattern.text.data() + start, gap.position - start);
     end = writeKnown(end, gap.property, item);
     start = gap.position;
   }
-  end = write(end, std::string_view(pattern.text).substr(start));
+  end = writeInSteps(end, pattern.text.data() + start, pattern.size - start);
   text.append(response.data(), end);
   return true;
 }

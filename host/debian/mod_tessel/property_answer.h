@@ -73,7 +73,8 @@ class PropertyAnswer {
       LiveProperty property;
       size_t position;
     };
-    std::string text;  // empty before the first such item
+    std::string text;  // empty before the first such item; ends with room to read in steps
+    size_t size = 0;   // without that
     std::vector<Gap> gaps;
   };
 

@@ -256,7 +256,7 @@ class FolderListing {
     ListedItem item;
     item.status = (*listed)->status;
     item.isCollection = item.status.isFolder();
-    return appendItem(item, entry.name, (*listed)->target);
+    return appendItem(item, entry.name, (*listed)->target.get());
   }
 
   // Names on which there are locks and nothing else.
@@ -271,14 +271,14 @@ class FolderListing {
       if (status || status.error().code != ENOENT) continue;  // it was among the entries
       ListedItem item;
       item.isFile = false;
-      if (Status appended = appendItem(item, name.c_str(), {}); !appended) return appended;
+      if (Status appended = appendItem(item, name.c_str(), nullptr); !appended) return appended;
       if (!sendIfFull()) return {};
     }
     return {};
   }
 
-  // `target` is what a link of this name leads to.
-  Status appendItem(ListedItem& item, const char* name, const Place& target) {
+  // `target` is what a link of this name leads to, else null.
+  Status appendItem(ListedItem& item, const char* name, const Place* target) {
     href_ = base_;
     appendPercentEncoded(href_, name);
     if (item.isCollection) href_ += '/';
@@ -294,7 +294,7 @@ class FolderListing {
         if (lock.isInfinite) locks_.push_back(&lock);
       }
     }
-    if (Status known = target.exists() ? findKept(target) : findKept(item, name); !known) {
+    if (Status known = target != nullptr ? findKept(*target) : findKept(item, name); !known) {
       return known;
     }
     item.properties = entryProperties_;

@@ -23,13 +23,13 @@ Result<std::optional<Listed>> listedEntry(const FileDescriptor& folder, int open
   const auto status = statusIn(opened, entry.name);
   if (!status && status.error().code == ENOENT) return none;
   if (!status) return status.error();
-  Listed found{*status, {}};
+  Listed found{*status, nullptr};
   if (status->isLink()) {
     auto led = findBelow(folder, entry.name);
     if (!led && !leadsNowhere(led.error().code)) return led.error();
     if (!led || !led->target.exists()) return none;
     found.status = led->target.status;
-    found.target = std::move(led->target);
+    found.target = std::make_unique<Place>(std::move(led->target));
   }
   if (!found.status.isFile() && !found.status.isFolder()) return none;
   return std::optional(std::move(found));

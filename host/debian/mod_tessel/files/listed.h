@@ -1,6 +1,7 @@
 // What of a folder clients see, whichever way they ask for it.
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include "host/debian/mod_tessel/files/folder_reader.h"
@@ -13,7 +14,7 @@ namespace tessel {
 
 struct Listed {
   FileStatus status;
-  Place target;  // for a link, what it leads to
+  std::unique_ptr<Place> target;  // for a link, what it leads to; else null
 };
 
 // An entry that is listed: a file, a folder, or what a link leads to that may be followed. None for
