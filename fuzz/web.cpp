@@ -80,13 +80,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (file.size() - file.rfind('/') > 256) return 0;
   fuzz::writeFile(file.c_str(), record);
   ShareFolders folders;
-  const auto folder = folders.folder(name);
+  const auto known = folders.folder(name);
+  require(static_cast<bool>(known));
+  const auto& folder = *known;
   // The record may be that of another name.
-  const std::vector<std::string> names = folders.names();
-  require(names.size() <= 1 && (names.empty() || folders.folder(names.front())));
-  require(!folder || names == std::vector{name});
+  const auto all = folders.all();
+  require(all && all->size() <= 1);
+  require(all->empty() || *folders.folder(all->front().name) == all->front().folder);
+  require(!folder || (all->size() == 1 && all->front().name == name));
   (void)::unlink(file.c_str());
-  require(!folders.folder(name));
+  require(!*folders.folder(name));
   if (!folder) return 0;
   require(folder->starts_with('/') && folder->find('\0') == std::string::npos);
 

@@ -22,9 +22,11 @@ std::optional<SharePoint> sharePointOf(const RecordAttributes& attributes) {
 }
 
 Result<DirectoryNode> openLocalNode() {
-  if (!directoryServiceExists()) return Error{"Cannot create Nexa session"};
+  if (const Status found = findDirectoryService(); !found) {
+    return Error{"Cannot create Nexa session", found.error().code};
+  }
   const auto node = DirectoryNode::open();
-  if (!node) return Error{"Cannot create Nexa node"};
+  if (!node) return Error{"Cannot create Nexa node", node.error().code};
   return *node;
 }
 

@@ -25,7 +25,8 @@ struct SharePoint {
 // None for attributes that lack a name or a folder.
 std::optional<SharePoint> sharePointOf(const RecordAttributes& attributes);
 
-// The host's local directory node. The error says which part of the directory service is missing.
+// The host's local directory node. The error says which part of the directory service is missing;
+// its code is errno's number.
 Result<DirectoryNode> openLocalNode();
 
 }  // namespace tessel

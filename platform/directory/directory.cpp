@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/base/file_time.h"
+#include "platform/base/system_error.h"
 #include "platform/base/text.h"
 #include "platform/directory/record_name.h"
 #include "platform/files/file_manager.h"
@@ -61,10 +63,16 @@ AttributeValues valuesOf(const PropertyListValue& value) {
   return values;
 }
 
+Status findFolder(const char* path) {
+  struct stat status {};
+  if (::stat(path, &status) != 0) return systemError(path);
+  return S_ISDIR(status.st_mode) ? Status() : systemError(path, ENOTDIR);
+}
+
 // The names of the record files in byte order.
 Result<std::vector<std::string>> recordFiles() {
-  if (!FileManager().fileExistsAtPath(kSharePoints)) return std::vector<std::string>();
   auto names = FileManager().contentsOfDirectory(kSharePoints);
+  if (!names && isAbsence(names.error().code)) return std::vector<std::string>();
   if (!names) return names.error();
   std::erase_if(*names, [](const std::string& name) { return !isRecordFileName(name); });
   std::sort(names->begin(), names->end());
@@ -96,17 +104,17 @@ bool isNamed(const PropertyList& list, const std::string& name, const std::strin
 
 std::string DirectoryRecord::path() const { return pathOf(fileName_); }
 
-std::optional<RecordStamp> DirectoryRecord::stamp() const {
-  constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-  const auto nanoseconds = [](const timespec& time) {
-    return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
-  };
+Result<std::optional<RecordStamp>> DirectoryRecord::stamp() const {
+  const std::string path = pathOf(fileName_);
   struct stat status {};
-  if (::stat(pathOf(fileName_).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return std::nullopt;
+  if (::stat(path.c_str(), &status) != 0) {
+    // Links that lead in a circle lead to no file.
+    if (isAbsence(errno) || errno == ELOOP) return std::optional<RecordStamp>();
+    return systemError("cannot look at " + path);
   }
-  return RecordStamp{status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
-                     nanoseconds(status.st_ctim)};
+  if (!S_ISREG(status.st_mode)) return std::optional<RecordStamp>();
+  return std::optional(RecordStamp{status.st_dev, status.st_ino, status.st_size,
+                                   nanosecondsOf(status.st_mtim), nanosecondsOf(status.st_ctim)});
 }
 
 Result<RecordAttributes> DirectoryRecord::details() const {
@@ -147,10 +155,10 @@ Status DirectoryRecord::remove() const {
   return FileManager().removeItem(path);
 }
 
-bool directoryServiceExists() { return FileManager().directoryExistsAtPath(kDirectoryService); }
+Status findDirectoryService() { return findFolder(kDirectoryService); }
 
-std::optional<DirectoryNode> DirectoryNode::open() {
-  if (!FileManager().directoryExistsAtPath(kLocalNode)) return std::nullopt;
+Result<DirectoryNode> DirectoryNode::open() {
+  if (Status found = findFolder(kLocalNode); !found) return found.error();
   return DirectoryNode();
 }
 
@@ -209,7 +217,10 @@ Status DirectoryNode::createSharePoint(const std::string& name,
   if (!lock) return lock.error();
   const std::string path = pathOf(recordFileName(name));
   struct stat status {};
-  if (::lstat(path.c_str(), &status) == 0) {
+  if (::lstat(path.c_str(), &status) != 0) {
+    // What cannot be looked at is not written over.
+    if (!isAbsence(errno)) return systemError("cannot look at " + path);
+  } else {
     const auto file = readRecord(path);
     const std::string reason = !file ? file.error().description
                                : isNamed(file->list, name, recordFileName(name))

@@ -45,10 +45,12 @@ class DirectoryRecord {
   // The path of that file.
   std::string path() const;
 
-  // For one call of the system. None when there is no regular file in its place.
-  std::optional<RecordStamp> stamp() const;
+  // For one call of the system. None when there is no regular file in its place, an error with
+  // errno's number when that cannot be told.
+  Result<std::optional<RecordStamp>> stamp() const;
 
-  // All attributes that are present. An error when the record is gone or its file is unreadable.
+  // All attributes that are present. An error when the record is gone or its file is unreadable;
+  // its code is 0 when the file is no record, whoever reads it, and errno's number otherwise.
   Result<RecordAttributes> details() const;
 
   // The values of one attribute, empty when it is absent. An error as above.
@@ -71,15 +73,16 @@ class DirectoryRecord {
   std::optional<std::string> seen_;  // the bytes of its file when it was looked up by name
 };
 
-// Whether the host has a directory service.
-bool directoryServiceExists();
+// Whether the host has a directory service: an error with errno's number when it has none, or when
+// that cannot be told.
+Status findDirectoryService();
 
 // The host's local directory node with its share-point records. It holds nothing open, so that any
 // number of threads may use one.
 class DirectoryNode {
  public:
-  // None when the directory service has no local node.
-  static std::optional<DirectoryNode> open();
+  // An error as above when the directory service has no local node.
+  static Result<DirectoryNode> open();
 
   // All share points in byte order of their files' names, whether or not the files are readable.
   // Empty where no folder for them has been made yet; an error when it cannot be read.

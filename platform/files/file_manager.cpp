@@ -174,8 +174,10 @@ Result<std::vector<std::string>> FileManager::contentsOfDirectory(const std::str
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), ::closedir);
   if (!directory) return systemError("cannot list " + path);
   std::vector<std::string> names;
-  errno = 0;
-  while (const dirent* entry = ::readdir(directory.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(directory.get());
+    if (entry == nullptr) break;
     const std::string name(entry->d_name);
     if (name != "." && name != "..") names.push_back(name);
   }

@@ -69,6 +69,23 @@ make_account() { # USER:PASSWORD [USERADD-ARGUMENT...]
   echo "$1" | chpasswd
 }
 
+# Runs a command while a call of the system's fails for Apache's processes, wherever it is about a
+# path.
+while_failing() { # CALL ERROR PATH COMMAND...
+  local process tracer processes=() end=$((SECONDS + 5)) result=0
+  for process in $(pgrep -x httpd); do processes+=(-p "$process"); done
+  strace -qq -f -o /dev/null -P "$3" -e "trace=$1" -e "inject=$1:error=$2" "${processes[@]}" 2>/dev/null &
+  tracer=$!
+  for process in $(pgrep -x httpd); do
+    while grep -qs 'TracerPid:.0$' "/proc/$process/task/"*/status && [ "$SECONDS" -lt "$end" ]; do :; done
+  done
+  "${@:4}" || result=$?
+  # Asked to end, strace sometimes waits for a process that has gone.
+  kill -KILL "$tracer"
+  wait "$tracer" 2>/dev/null || true
+  return "$result"
+}
+
 install_tessel() {
   cmake --install "$TESSEL_BUILD" >/dev/null
   mkdir -p /var/lib/directory/local

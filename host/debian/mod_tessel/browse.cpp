@@ -156,6 +156,13 @@ int answerShareListPage(request_rec* request, const ShareRequest& share) {
   if (!endsWithSlash(request)) {
     return redirect(request, share.prefix + (isConnect ? "/?connect" : "/"));
   }
+  const bool isShort = isConnect || request->header_only != 0;
+  const auto shares = isShort ? std::vector<SharedFolder>() : share.server->folders.all();
+  if (!shares) {
+    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "%s: %s", request->uri,
+                  shares.error().description.c_str());
+    return httpStatusOf(shares.error().code);
+  }
   beginPage(request);
   if (request->header_only != 0) return OK;
   Output output(request);
@@ -167,13 +174,12 @@ int answerShareListPage(request_rec* request, const ShareRequest& share) {
     return OK;
   }
   std::vector<ListedShare> listed;
-  ShareFolders& folders = share.server->folders;
-  for (const std::string& name : folders.names()) {
-    const auto path = hasURL(name) ? folders.folder(name) : std::nullopt;
-    if (!path) continue;
-    const auto folder = openSharedFolder(*path);
-    if (!folder || !FolderReader::open(*folder)) continue;
-    const auto space = spaceOf(*folder);
+  for (const auto& [name, path] : *shares) {
+    if (!hasURL(name)) continue;
+    const auto folder = openSharedFolder(path);
+    const auto reader = folder ? FolderReader::open(*folder) : folder.error();
+    if (!reader && !isFailure(reader.error().code)) continue;
+    const auto space = folder ? spaceOf(*folder) : std::nullopt;
     listed.push_back({name, space ? std::optional(space->available) : std::nullopt});
   }
   appendShareListPage(output.text(), frameOf(request, share, kListTitle), listed);

@@ -388,18 +388,22 @@ bool isNamed(const std::vector<Property>& properties) {
 // and a URL can hold its name.
 int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer, bool withShares) {
   Output output(request, share.server->buffers);
+  const auto shares = withShares ? share.server->folders.all() : std::vector<SharedFolder>();
+  if (!shares) return refuse(request, output, shares.error());
   beginAnswer(request, answer, output);
   const std::string base = share.prefix + "/";
   answer.appendResponse(output.text(), listItem(request, base, share.prefix, answer));
-  ShareFolders& folders = share.server->folders;
-  for (const std::string& name : withShares ? folders.names() : std::vector<std::string>()) {
-    const auto path = hasURL(name) ? folders.folder(name) : std::nullopt;
-    if (!path) continue;
-    const auto folder = openSharedFolder(*path);
-    if (!folder) continue;
-    const auto status = statusOf(folder->get());
-    if (!status || !status->isFolder()) continue;
+  for (const auto& [name, path] : *shares) {
+    if (!hasURL(name)) continue;
+    const auto folder = openSharedFolder(path);
+    const auto status = folder ? statusOf(folder->get()) : folder.error();
+    if (status ? !status->isFolder() : !isFailure(status.error().code)) continue;
     const std::string href = base + percentEncoded(name) + "/";
+    if (!status) {
+      const char* line = ap_get_status_line(httpStatusOf(status.error().code));
+      PropertyAnswer::appendFailure(output.text(), href, line);
+      continue;
+    }
     ListedItem item;
     item.href = href;
     item.isCollection = true;

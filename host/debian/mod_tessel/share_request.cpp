@@ -9,6 +9,7 @@
 #include <new>
 
 #include "host/debian/mod_tessel/module.h"
+#include "platform/base/system_error.h"
 
 namespace tessel {
 
@@ -42,9 +43,11 @@ void tellApache(request_rec* request, const Found& found) {
 }
 
 int refuse(request_rec* request, const Error& error) {
-  ap_log_rerror(APLOG_MARK, APLOG_INFO, 0, request, "%s: %s", request->uri,
-                error.description.c_str());
-  return error.code == ENOENT ? HTTP_NOT_FOUND : httpStatusOf(error.code);
+  const int status = error.code == ENOENT ? HTTP_NOT_FOUND : httpStatusOf(error.code);
+  // What the machine cannot do is the administrator's matter.
+  const int level = isFailure(error.code) ? APLOG_ERR : APLOG_INFO;
+  ap_log_rerror(APLOG_MARK, level, 0, request, "%s: %s", request->uri, error.description.c_str());
+  return status;
 }
 
 }  // namespace
@@ -77,9 +80,12 @@ bool findShare(request_rec* request, const char* prefix, ServerData& server) {
   if (url->kind == ShareURL::Kind::List) return true;
   share->name = url->name;
   share->rest = url->rest;
-  if (const auto folder = server.folders.folder(share->name)) {
+  auto folder = server.folders.folder(share->name);
+  if (!folder) {
+    share->status = refuse(request, folder.error());
+  } else if (*folder) {
     share->isKnown = true;
-    share->folderPath = *folder;
+    share->folderPath = **std::move(folder);
   } else {
     share->status = HTTP_NOT_FOUND;
   }
@@ -91,9 +97,10 @@ void findFile(request_rec* request, ShareRequest& share) {
   share.wasLookedFor = true;
   auto folder = openSharedFolder(share.folderPath);
   if (!folder) {
-    // A share without its folder is none, as in the list.
-    (void)refuse(request, folder.error());
-    share.status = HTTP_NOT_FOUND;
+    // A share without its folder is none, as in the list. But clients take 404 for a reason to
+    // delete their copies, so what is not known to be gone is none of it.
+    share.status = refuse(request, folder.error());
+    if (isAbsence(folder.error().code)) share.status = HTTP_NOT_FOUND;
     return;
   }
   share.folder = *std::move(folder);
@@ -140,5 +147,7 @@ int httpStatusOf(int number) {
       return HTTP_INTERNAL_SERVER_ERROR;
   }
 }
+
+bool isFailure(int number) { return ap_is_HTTP_SERVER_ERROR(httpStatusOf(number)); }
 
 }  // namespace tessel

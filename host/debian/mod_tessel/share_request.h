@@ -41,13 +41,14 @@ struct ShareRequest {
 // The meaning of a request below a location where shares are served; null for any other.
 ShareRequest* shareRequestOf(request_rec* request);
 
-// Notes which share the path means. Returns false when it does not lie below the location.
+// Notes which share the path means; the status is 404 when there is none, and httpStatusOf() when
+// that cannot be told. Returns false when the path does not lie below the location.
 bool findShare(request_rec* request, const char* prefix, ServerData& server);
 
 // Opens what the request means and tells Apache of it as far as Apache needs it: whether it is a
 // file or a folder, under a name that leads nowhere but tells the type. Sets the status to answer
-// with: 404 for private names, 403 for what the rules or the system refuse. Only the first call
-// does anything.
+// with: 404 for private names and a share's folder that is gone, 403 for what the rules or the
+// system refuse, httpStatusOf() for what fails. Only the first call does anything.
 void findFile(request_rec* request, ShareRequest& share);
 
 // Gives a request a file name below nothing, so that no other module finds a file by it.
@@ -57,5 +58,7 @@ bool isNowhere(const request_rec* request);
 
 // The status that says this of a file: a number of errno's.
 int httpStatusOf(int number);
+// Whether that is a failure of the machine, which says nothing of the file (5xx).
+bool isFailure(int number);
 
 }  // namespace tessel

@@ -2,26 +2,16 @@
 
 #include <sys/stat.h>
 
-#include <ctime>
-
 #include "platform/base/coarse_clock.h"
+#include "platform/base/file_time.h"
 
 namespace tessel {
-
-namespace {
-
-std::int64_t nanoseconds(const timespec& time) {
-  constexpr std::int64_t kPerSecond = 1'000'000'000;
-  return static_cast<std::int64_t>(time.tv_sec) * kPerSecond + time.tv_nsec;
-}
-
-}  // namespace
 
 FileStamp fileStamp(const char* path) {
   struct stat status {};
   if (::stat(path, &status) != 0) return {};
   return {static_cast<std::int64_t>(status.st_dev), static_cast<std::int64_t>(status.st_ino),
-          status.st_size, nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
+          status.st_size, nanosecondsOf(status.st_mtim), nanosecondsOf(status.st_ctim)};
 }
 
 AccountStamps AccountFiles::stamps() {

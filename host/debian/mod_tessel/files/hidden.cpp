@@ -72,7 +72,7 @@ void removeLeftover(const FileDescriptor& folder, const std::string& name,
   if (!isOurs && !status->isFile()) return;
   // Between the making of a name and its lock lies a moment.
   const auto now = std::chrono::system_clock::now().time_since_epoch();
-  if (std::chrono::nanoseconds(status->changed) + age > now) return;
+  if (std::chrono::nanoseconds(status->changed) > now - age) return;
   const auto left = reopen(item, O_RDONLY | O_NONBLOCK);
   if (!left || ::flock(left->get(), LOCK_EX | LOCK_NB) != 0) return;
   if (status->isFolder()) (void)removeContent(*left);

@@ -3,20 +3,15 @@
 #include <fcntl.h>
 #include <sys/sysmacros.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <limits>
+
+#include "platform/base/file_time.h"
 
 namespace tessel {
 
 namespace {
 
 constexpr std::int64_t kPerSecond = 1'000'000'000;
-
-std::int64_t nanoseconds(const statx_timestamp& time) {
-  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() / kPerSecond - 1;
-  return std::clamp<std::int64_t>(time.tv_sec, -kMost, kMost) * kPerSecond + time.tv_nsec;
-}
 
 Result<FileStatus> statusAt(int folder, const char* name, int flags) {
   struct statx found;  // which the kernel fills
@@ -27,13 +22,13 @@ Result<FileStatus> statusAt(int folder, const char* name, int flags) {
   FileStatus status;
   status.identity.device = ::makedev(found.stx_dev_major, found.stx_dev_minor);
   status.identity.inode = found.stx_ino;
-  status.identity.birth = (found.stx_mask & STATX_BTIME) != 0 ? nanoseconds(found.stx_btime) : 0;
+  status.identity.birth = (found.stx_mask & STATX_BTIME) != 0 ? nanosecondsOf(found.stx_btime) : 0;
   status.mode = found.stx_mode;
   status.owner = found.stx_uid;
   status.group = found.stx_gid;
   status.size = static_cast<off_t>(found.stx_size);
-  status.modified = nanoseconds(found.stx_mtime);
-  status.changed = nanoseconds(found.stx_ctime);
+  status.modified = nanosecondsOf(found.stx_mtime);
+  status.changed = nanosecondsOf(found.stx_ctime);
   return status;
 }
 
