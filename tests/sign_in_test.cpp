@@ -1,14 +1,23 @@
 // The gate that Apache's processes share: what is remembered, checked, waited for and slowed down.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/debian/mod_tessel_sign_in/gate.h"
 #include "host/debian/mod_tessel_sign_in/memberships.h"
+#include "host/debian/mod_tessel_sign_in/open_accounts.h"
 
 namespace tessel {
 namespace {
@@ -19,6 +28,7 @@ constexpr std::int64_t kStart = 1'000'000;
 
 class GateTest : public testing::Test {
  protected:
+  GateTest() { EXPECT_TRUE(gate_.setRefused({})); }
   SignInTag tag(const std::string& text) { return *gate_.tagOf(text); }
   Entry enter(const std::string& text, std::int64_t now, bool isNew = false) {
     return gate_.enter(tag(text), client_, isNew, now);
@@ -43,8 +53,17 @@ TEST_F(GateTest, RemembersForAMinuteWhatWasRightAndNothingElse) {
   EXPECT_FALSE(gate_.isGranted(tag("right"), kStart + Gate::kRenewed));
   EXPECT_FALSE(gate_.isGranted(tag("wrong"), kStart));
   EXPECT_TRUE(gate_.setRefused({1}));
+  EXPECT_EQ(gate_.isRefused(1), true);
+  EXPECT_EQ(gate_.isRefused(2), false);
+  EXPECT_FALSE(gate_.isGranted(tag("right"), kStart));
+  gate_.forgetRefused();
+  EXPECT_EQ(gate_.isRefused(1), std::nullopt);
+  EXPECT_TRUE(gate_.setRefused({}));
+  gate_.forgetRefused();
   EXPECT_FALSE(gate_.isGranted(tag("right"), kStart));
   EXPECT_TRUE(gate_.setRefused({}));
+  EXPECT_TRUE(gate_.isGranted(tag("right"), kStart));
+  EXPECT_EQ(Gate(Gate::makeMemory()).isRefused(2), std::nullopt);
   for (const char* other : {"wrong", "unknown", "never seen"}) {
     EXPECT_EQ(enter(other, kStart).kind, Kind::Check) << other;
   }
@@ -153,11 +172,52 @@ TEST_F(GateTest, OutlivesKilledProcesses) {
 TEST(Memberships, AreThoseOfTheSystem) {
   AccountFiles files;
   Memberships memberships(files);
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_TRUE(memberships.isMember("root", "root"));
-    EXPECT_FALSE(memberships.isMember("nobody", "root"));
-    EXPECT_FALSE(memberships.isMember("root", "no such group"));
-    EXPECT_FALSE(memberships.isMember("no such user", "root"));
+  const auto isMember = [&](const char* user, const char* group) {
+    const auto answer = memberships.isMember(user, group);
+    return answer ? std::optional(*answer) : std::nullopt;
+  };
+  rlimit few{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &few), 0);
+  const rlimit all = few;
+  few.rlim_cur = 0;
+  for (int i = 0; i < 3; ++i) {
+    // Without a descriptor nothing can be told that is not known yet, and that is not remembered.
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, i == 0 ? &few : &all), 0);
+    const auto told = [&](bool answer) { return i == 0 ? std::nullopt : std::optional(answer); };
+    EXPECT_EQ(isMember("root", "root"), told(true)) << i;
+    EXPECT_EQ(isMember("nobody", "root"), told(false)) << i;
+    EXPECT_EQ(isMember("root", "no such group"), told(false)) << i;
+    EXPECT_EQ(isMember("no such user", "root"), told(false)) << i;
+  }
+}
+
+TEST(OpenAccounts, AreThoseWithoutAPassword) {
+  using Names = std::vector<std::string>;
+  const std::string file = testing::TempDir() + "/accounts";
+  const std::string many(10'000, 'x');
+  for (const auto& [content, names] : std::vector<std::pair<std::string, Names>>{
+           {"", {}},
+           {"a:*:1\nb::1:\nc:!:", {"b"}},
+           {"a::\n\n:\nb\n" + many + "::\nc::", {"a", many, "c"}},
+       }) {
+    std::ofstream(file) << content;
+    const auto open = openAccounts(file);
+    ASSERT_TRUE(open);
+    EXPECT_EQ(*open, names) << content;
+  }
+  ASSERT_EQ(std::remove(file.c_str()), 0);
+  EXPECT_TRUE(openAccounts(file));
+  // Opened and never read to its end.
+  for (const char* unreadable : {"/etc", "/proc/self/mem"}) EXPECT_FALSE(openAccounts(unreadable));
+}
+
+TEST(AccountFiles, MayHaveAnyTime) {
+  const std::string file = testing::TempDir() + "/times";
+  std::ofstream{file};
+  for (const std::time_t seconds : {std::time_t{20'000'000'000}, std::time_t{-20'000'000'000}}) {
+    const std::array<timespec, 2> times{timespec{seconds, 1}, timespec{seconds, 1}};
+    if (::utimensat(AT_FDCWD, file.c_str(), times.data(), 0) != 0) GTEST_SKIP();
+    EXPECT_EQ(fileStamp(file.c_str())[3] > 0, seconds > 0);
   }
 }
 

@@ -89,6 +89,7 @@ struct Gate::Tables {
   std::uint64_t lastNumber;
   std::int64_t longestRefusal;
   std::int64_t longestRefusalAt;
+  bool isRefusedKnown;
   size_t refusedCount;  // more than there is room for: everybody
   std::array<std::uint64_t, kMostRefused> refused;
   std::array<Check, kChecks> checks;
@@ -246,14 +247,21 @@ std::uint64_t Gate::keyOf(std::string_view text) const {
 
 bool Gate::setRefused(const std::vector<std::uint64_t>& users) {
   const Lock lock(tables_);
+  tables_->isRefusedKnown = true;
   tables_->refusedCount = users.size();
   if (users.size() > kMostRefused) return false;
   std::copy(users.begin(), users.end(), tables_->refused.begin());
   return true;
 }
 
-bool Gate::isRefused(std::uint64_t user) {
+void Gate::forgetRefused() {
   const Lock lock(tables_);
+  tables_->isRefusedKnown = false;
+}
+
+std::optional<bool> Gate::isRefused(std::uint64_t user) {
+  const Lock lock(tables_);
+  if (!tables_->isRefusedKnown) return std::nullopt;
   if (tables_->refusedCount > kMostRefused) return true;
   const std::uint64_t* const begin = tables_->refused.data();
   return std::find(begin, begin + tables_->refusedCount, user) != begin + tables_->refusedCount;
@@ -261,7 +269,7 @@ bool Gate::isRefused(std::uint64_t user) {
 
 bool Gate::isGranted(const SignInTag& tag, std::int64_t now) {
   const Lock lock(tables_);
-  if (tables_->refusedCount != 0) return false;
+  if (!tables_->isRefusedKnown || tables_->refusedCount != 0) return false;
   const Remembered* known = tables_->find(tag, now);
   return known != nullptr && now < known->renewed;
 }

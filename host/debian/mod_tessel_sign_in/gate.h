@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -77,10 +78,14 @@ class Gate {
   // and everybody is refused. setRefused() says which of the two it is: false for the second.
   static constexpr size_t kMostRefused = 1024;
   bool setRefused(const std::vector<std::uint64_t>& users);
-  bool isRefused(std::uint64_t user);
+  // It is not known who they are, as at first: anybody may be one of them.
+  void forgetRefused();
+  // None while that is not known.
+  std::optional<bool> isRefused(std::uint64_t user);
 
   // Whether a password is known to be right and not yet due to be checked anew, as with most
-  // requests; then enter() need not be asked. False whenever there are accounts that isRefused().
+  // requests; then enter() need not be asked. False whenever there are accounts that isRefused(),
+  // or may be.
   bool isGranted(const SignInTag& tag, std::int64_t now);
 
   // Whether and how a sign-in goes on. Who may not be remembered (`isNew`) is always checked.

@@ -8,18 +8,20 @@
 #include <utility>
 
 #include "host/debian/mod_tessel_sign_in/account_files.h"
+#include "platform/base/result.h"
 
 namespace tessel {
 
 // Remembers what it has looked up until one of the databases' files changes, and for ten seconds at
-// most, since accounts may come from elsewhere. Any number of threads may call it.
+// most, since accounts may come from elsewhere. What could not be looked up is asked again. Any
+// number of threads may call it.
 class Memberships {
  public:
   explicit Memberships(AccountFiles& files) : files_(files) {}
 
   // Whether the group is the user's primary group or names the user. False when there is no such
-  // user or group.
-  bool isMember(const std::string& user, const std::string& group);
+  // user or group, an error when the databases cannot tell.
+  Result<bool> isMember(const std::string& user, const std::string& group);
 
  private:
   struct Answer {

@@ -18,9 +18,10 @@
 #include <mpm_common.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <array>
 #include <chrono>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,10 @@ namespace {
 constexpr const char* kChecker = "/usr/sbin/pwauth";
 constexpr int kSecondsWhenBusy = 2;
 
+// Where accounts may have an empty password.
+constexpr std::array kPasswordFiles{"/etc/passwd", kShadowFile};
+using PasswordStamps = std::array<FileStamp, kPasswordFiles.size()>;
+
 struct Location {
   int isOn;           // -1 where nobody has said
   const char* group;  // null for every account
@@ -56,7 +61,7 @@ struct Server {
   Gate* gate;  // of a child process; null before there is one
   AccountFiles* files;
   Memberships* memberships;
-  FileStamp* shadow;  // of the accounts that were looked at last; the first process's own
+  PasswordStamps* passwords;  // as the gate knows them; the first process's own
 };
 
 template <typename T>
@@ -115,7 +120,9 @@ class SignIn {
     if (isAtOnce) return OK;
 
     countAs(addressKey(request_->useragent_ip));
-    if (gate_.isRefused(client_.user)) isEligible = false;
+    const auto isRefused = gate_.isRefused(client_.user);
+    if (!isRefused) return fail("it is not known which accounts have no password");
+    if (*isRefused) isEligible = false;
     const Entry entry = gate_.enter(*tag, client_, !isEligible, Gate::now());
     switch (entry.kind) {
       case Entry::Kind::Granted:
@@ -146,6 +153,12 @@ class SignIn {
     return HTTP_UNAUTHORIZED;
   }
 
+  // For what cannot be told. It says nothing of the password and counts as no guess.
+  int fail(const char* reason) {
+    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request_, "sign-in not checked: %s", reason);
+    return later(HTTP_SERVICE_UNAVAILABLE, kSecondsWhenBusy);
+  }
+
  private:
   Result<SignInTag> makeTag() const {
     // A change of any password makes all be asked for anew.
@@ -163,11 +176,6 @@ class SignIn {
     client_.user = gate_.keyOf("user\n" + user_);
     client_.both = gate_.keyOf("both\n" + user_ + "\n" + address);
     if (!address.empty()) client_.address = gate_.keyOf("address\n" + address);
-  }
-
-  int fail(const char* reason) {
-    ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request_, "sign-in not checked: %s", reason);
-    return later(HTTP_SERVICE_UNAVAILABLE, kSecondsWhenBusy);
   }
 
   int later(int status, int seconds) {
@@ -249,10 +257,11 @@ int authenticate(request_rec* request) {
   if (server->gate == nullptr) return HTTP_INTERNAL_SERVER_ERROR;
   SignIn signIn(request, *server, user, password);
   if (!isCheckable(user) || !isCheckable(password)) return signIn.refuse();
-  const bool isMember =
-      location->group == nullptr || server->memberships->isMember(user, location->group);
+  const Result<bool> isMember =
+      location->group == nullptr ? true : server->memberships->isMember(user, location->group);
+  if (!isMember) return signIn.fail(isMember.error().description.c_str());
   bool isAtOnce = false;
-  const int status = signIn.decide(isMember, isAtOnce);
+  const int status = signIn.decide(*isMember, isAtOnce);
   // Authorization, which follows at once, need not look it up again.
   if (isAtOnce && location->group != nullptr) {
     ap_set_module_config(request->request_config, &tessel_sign_in_module,
@@ -275,17 +284,23 @@ authz_status checkGroup(request_rec* request, const char* groups, const void* /*
   if (request->user == nullptr) return AUTHZ_DENIED_NO_USER;
   const auto* server = configOf<Server>(request->server->module_config);
   const auto* known = configOf<const char>(request->request_config);
+  authz_status result = AUTHZ_DENIED;
   try {
     for (const char* group = ap_getword_conf(request->pool, &groups); *group != '\0';
          group = ap_getword_conf(request->pool, &groups)) {
       const bool isKnown = known != nullptr && std::strcmp(known, group) == 0;
-      if (isKnown || server->memberships->isMember(request->user, group)) return AUTHZ_GRANTED;
+      const Result<bool> isMember =
+          isKnown ? true : server->memberships->isMember(request->user, group);
+      if (isMember && *isMember) return AUTHZ_GRANTED;
+      if (isMember) continue;
+      ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "%s", isMember.error().description.c_str());
+      result = AUTHZ_GENERAL_ERROR;
     }
   } catch (...) {
     ap_log_rerror(APLOG_MARK, APLOG_ERR, 0, request, "out of memory");
     return AUTHZ_GENERAL_ERROR;
   }
-  return AUTHZ_DENIED;
+  return result;
 }
 
 constexpr authz_provider kGroups{checkGroup, nullptr};
@@ -308,21 +323,41 @@ Object* makeObject(apr_pool_t* pool, Arguments&&... arguments) {
   }
 }
 
+// The keys of the accounts without a password.
+Result<std::vector<std::uint64_t>> openUsers(const Gate& gate) try {
+  std::vector<std::uint64_t> users;
+  for (const char* file : kPasswordFiles) {
+    const auto names = openAccounts(file);
+    if (!names) return names.error();
+    for (const std::string& name : *names) {
+      users.push_back(gate.keyOf("user\n" + name));
+      if (users.back() == 0) return Error{"no digest can be made"};
+    }
+  }
+  return users;
+} catch (const std::bad_alloc&) {
+  return Error{"out of memory"};
+}
+
 // Apache's first process, which is root's, looks every ten seconds whether accounts have changed.
+// Until it has read what they have changed to, any account may be one without a password.
 void lookForOpenAccounts(server_rec* server) {
   auto* own = configOf<Server>(server->module_config);
-  const FileStamp stamp = fileStamp(kShadowFile);
-  if (stamp == *own->shadow) return;
-  *own->shadow = stamp;
-  const auto names = openAccounts(kShadowFile);
-  if (!names) {
-    ap_log_error(APLOG_MARK, APLOG_ERR, errno, server, "cannot read %s", kShadowFile);
+  PasswordStamps now;
+  std::transform(kPasswordFiles.begin(), kPasswordFiles.end(), now.begin(), fileStamp);
+  const bool areThere = std::find(now.begin(), now.end(), FileStamp{}) == now.end();
+  if (areThere && now == *own->passwords) return;
+  Gate gate(own->gateMemory);
+  const auto users = openUsers(gate);
+  if (!users) {
+    *own->passwords = {};
+    gate.forgetRefused();
+    ap_log_error(APLOG_MARK, APLOG_ERR, 0, server, "nobody may sign in: %s",
+                 users.error().description.c_str());
     return;
   }
-  Gate gate(own->gateMemory);
-  std::vector<std::uint64_t> users;
-  for (const std::string& name : *names) users.push_back(gate.keyOf("user\n" + name));
-  if (!gate.setRefused(users)) {
+  *own->passwords = now;
+  if (!gate.setRefused(*users)) {
     ap_log_error(APLOG_MARK, APLOG_ERR, 0, server,
                  "nobody may sign in: more than %" APR_SIZE_T_FMT " accounts have no password",
                  Gate::kMostRefused);
@@ -357,9 +392,10 @@ int prepareServers(apr_pool_t* configuration, apr_pool_t* /*log*/, apr_pool_t* /
     ap_log_error(APLOG_MARK, APLOG_EMERG, 0, first, "no memory for sign-ins");
     return HTTP_INTERNAL_SERVER_ERROR;
   }
-  auto* shadow = static_cast<FileStamp*>(apr_pcalloc(configuration, sizeof(FileStamp)));
+  auto* passwords =
+      static_cast<PasswordStamps*>(apr_pcalloc(configuration, sizeof(PasswordStamps)));
   for (server_rec* server = first; server != nullptr; server = server->next) {
-    *configOf<Server>(server->module_config) = {memory, nullptr, files, memberships, shadow};
+    *configOf<Server>(server->module_config) = {memory, nullptr, files, memberships, passwords};
   }
   return watchAccounts(configuration, first);
 }

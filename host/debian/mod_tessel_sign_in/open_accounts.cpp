@@ -1,33 +1,29 @@
 #include "host/debian/mod_tessel_sign_in/open_accounts.h"
 
-#include <shadow.h>
+#include <algorithm>
+#include <string_view>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
+#include "platform/base/system_error.h"
+#include "platform/files/file_manager.h"
 
 namespace tessel {
 
-std::optional<std::vector<std::string>> openAccounts(const char* shadowFile) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(shadowFile, "re"), std::fclose);
-  if (!file) return std::nullopt;
+Result<std::vector<std::string>> openAccounts(const std::string& file) {
+  constexpr size_t kLargestFile = 1UL << 28;
   std::vector<std::string> names;
-  std::vector<char> room(4096);
-  for (;;) {
-    spwd entry{};
-    spwd* found = nullptr;
-    const int failure = ::fgetspent_r(file.get(), &entry, room.data(), room.size(), &found);
-    if (failure == ERANGE) {
-      // The same line once more, with more room.
-      room.resize(2 * room.size());
-    } else if (failure != 0) {
-      break;
-    } else if (entry.sp_pwdp[0] == '\0') {
-      names.emplace_back(entry.sp_namp);
+  const auto content = FileManager().readSecretFile(file, kLargestFile);
+  if (!content && isAbsence(content.error().code)) return names;
+  if (!content) return content.error();
+  // Lines of NAME:PASSWORD:...
+  std::string_view rest = content->view();
+  while (!rest.empty()) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    const size_t name = line.find(':');
+    if (name != std::string_view::npos && line.substr(name + 1, 1) == ":") {
+      names.emplace_back(line.substr(0, name));
     }
   }
-  ::explicit_bzero(room.data(), room.size());
   return names;
 }
 
