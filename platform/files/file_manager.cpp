@@ -98,6 +98,11 @@ bool FileManager::fileExistsAtPath(const std::string& path) const {
   return ::stat(path.c_str(), &status) == 0;
 }
 
+bool FileManager::isAbsent(const std::string& path) const {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) != 0 && isAbsence(errno);
+}
+
 bool FileManager::directoryExistsAtPath(const std::string& path) const {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);

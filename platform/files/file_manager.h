@@ -35,6 +35,10 @@ class FileManager {
   // present. What cannot be looked at counts as absent.
   bool fileExistsAtPath(const std::string& path) const;
 
+  // Whether nothing exists at the path, for certain. What cannot be looked at is not absent: who
+  // goes on to open it learns why.
+  bool isAbsent(const std::string& path) const;
+
   // Whether a folder, or a link to one, exists at the path.
   bool directoryExistsAtPath(const std::string& path) const;
 

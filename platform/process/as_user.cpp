@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
-#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 
 #include "platform/base/system_error.h"
 #include "platform/files/file_descriptor.h"
+#include "platform/process/accounts.h"
 
 namespace tessel {
 
@@ -33,14 +33,14 @@ void enterRoot(pid_t process) {
   if (::chroot(root.c_str()) != 0 || ::chdir("/") != 0) return;
 }
 
-[[noreturn]] void answer(int pipe, const passwd& account, std::optional<pid_t> rootOf,
+[[noreturn]] void answer(int pipe, const Account& account, std::optional<pid_t> rootOf,
                          const std::function<std::string()>& function) {
   if (rootOf) enterRoot(*rootOf);
   // Nobody who gets hold of the child can type into root's terminal.
   (void)::setsid();
-  if (::initgroups(account.pw_name, account.pw_gid) != 0 ||
-      ::setresgid(account.pw_gid, account.pw_gid, account.pw_gid) != 0 ||
-      ::setresuid(account.pw_uid, account.pw_uid, account.pw_uid) != 0) {
+  if (::initgroups(account.name.c_str(), account.group) != 0 ||
+      ::setresgid(account.group, account.group, account.group) != 0 ||
+      ::setresuid(account.user, account.user, account.user) != 0) {
     ::_exit(EXIT_FAILURE);
   }
   // After the change of users, which takes this back. It ends with its parent.
@@ -75,15 +75,16 @@ std::string readAll(int pipe) {
 
 Result<std::string> runAsUser(const std::string& user, std::optional<pid_t> rootOf,
                               const std::function<std::string()>& function) {
-  const passwd* account = ::getpwnam(user.c_str());
-  if (account == nullptr) return Error{"there is no user " + user};
+  const auto account = accountOf(user);
+  if (!account) return account.error();
+  if (!*account) return Error{"there is no user " + user};
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return systemError("cannot make a pipe");
   const FileDescriptor reading(ends[0]);
   FileDescriptor writing(ends[1]);
   const pid_t child = ::fork();
   if (child < 0) return systemError("cannot make a process");
-  if (child == 0) answer(writing.get(), *account, rootOf, function);
+  if (child == 0) answer(writing.get(), **account, rootOf, function);
   writing.reset();
 
   std::string text = readAll(reading.get());

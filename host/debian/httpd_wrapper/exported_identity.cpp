@@ -30,7 +30,7 @@ constexpr std::string_view kScriptTail = "'";
 Result<std::optional<Secret>> presentPassPhrase() {
   const FileManager files;
   std::optional<Secret> passPhrase;
-  if (!files.fileExistsAtPath(kPassPhraseToolFile)) return passPhrase;
+  if (files.isAbsent(kPassPhraseToolFile)) return passPhrase;
   const auto script = files.readSecretFile(kPassPhraseToolFile, kLargestFile);
   if (!script) return script.error();
   std::string_view text = script->view();

@@ -57,14 +57,12 @@ int become(const std::string& program, const std::string& name, const Arguments&
   return EXIT_FAILURE;
 }
 
-bool isTesselOn() {
-  return tessel::FileManager().fileExistsAtPath(tessel::kActiveApacheConfiguration);
-}
+bool isTesselOn() { return !tessel::FileManager().isAbsent(tessel::kActiveApacheConfiguration); }
 
 // An absent list is an empty one, a malformed one as well. Neither says on which terms Tessel is to
 // serve, so it does not.
 tessel::ApacheStart apacheStart() {
-  if (tessel::FileManager().fileExistsAtPath(tessel::kApacheEnvironmentFile)) {
+  if (!tessel::FileManager().isAbsent(tessel::kApacheEnvironmentFile)) {
     const auto list = tessel::PropertyList::load(tessel::kApacheEnvironmentFile);
     if (list) return tessel::apacheStart(*list);
     auto start = tessel::withoutTessel(tessel::apacheStart({}));

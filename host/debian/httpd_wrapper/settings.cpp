@@ -1,11 +1,10 @@
 #include "host/debian/httpd_wrapper/settings.h"
 
-#include <grp.h>
-
 #include <algorithm>
 #include <string_view>
 
 #include "contract/settings.h"
+#include "platform/process/accounts.h"
 
 namespace tessel {
 
@@ -41,9 +40,13 @@ std::vector<std::string> settingsRemarks(const PropertyList& settings) {
   }
   const auto group = settings.value(setting::kAccessGroup);
   const auto groupName = group ? group->string() : std::nullopt;
-  if (groupName && !groupName->empty() && ::getgrnam(groupName->c_str()) == nullptr) {
-    remarks.push_back("AccessGroup names the group " + *groupName +
-                      ", which does not exist, so nobody may sign in");
+  if (groupName && !groupName->empty()) {
+    const auto known = groupOf(*groupName);
+    if (!known || !*known) {
+      remarks.push_back("AccessGroup names the group " + *groupName +
+                        (known ? ", which does not exist, so nobody may sign in"
+                               : ", which cannot be looked up: " + known.error().description));
+    }
   }
   return remarks;
 }

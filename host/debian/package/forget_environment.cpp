@@ -28,7 +28,7 @@ bool isServerNameTheirs() {
 tessel::Status forget() {
   const tessel::FileManager files;
   const std::string path = tessel::kApacheEnvironmentFile;
-  if (!files.fileExistsAtPath(path)) return {};
+  if (files.isAbsent(path)) return {};
   auto list = tessel::PropertyList::load(path);
   if (!list) return list.error();
 

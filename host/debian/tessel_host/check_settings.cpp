@@ -1,4 +1,3 @@
-#include <grp.h>
 #include <pwd.h>
 
 #include "contract/apache_environment.h"
@@ -6,6 +5,7 @@
 #include "host/debian/httpd_wrapper/settings.h"
 #include "host/debian/tessel_host/checks.h"
 #include "platform/base/text.h"
+#include "platform/process/accounts.h"
 #include "platform/property_list/description.h"
 
 namespace tessel {
@@ -15,9 +15,9 @@ namespace {
 const char* const kCorrect = "Correct it, then run: tesselctl start";
 
 // Whether somebody is in a group, be it as the group of the account itself.
-bool hasMembers(const group& entry) {
-  if (entry.gr_mem != nullptr && *entry.gr_mem != nullptr) return true;
-  const gid_t wanted = entry.gr_gid;
+bool hasMembers(const AccountGroup& entry) {
+  if (!entry.members.empty()) return true;
+  const gid_t wanted = entry.group;
   bool found = false;
   ::setpwent();
   while (const passwd* account = ::getpwent()) {
@@ -30,8 +30,10 @@ bool hasMembers(const group& entry) {
 void checkGroup(const Configuration& configuration, Findings& findings) {
   const auto value = configuration.accessGroup();
   const auto name = value ? value->string() : std::nullopt;
-  const group* entry = name && !name->empty() ? ::getgrnam(name->c_str()) : nullptr;
-  if (entry == nullptr || hasMembers(*entry)) return;  // an unknown one is a remark
+  if (!name || name->empty()) return;
+  const auto entry = groupOf(*name);
+  // An unknown one, and one that cannot be looked up, is a remark.
+  if (!entry || !*entry || hasMembers(**entry)) return;
   warn(findings, kSettingsFile,
        "nobody is in the access group " + shown(*name) + ", so nobody can sign in",
        "Run: adduser NAME " + shellWord(*name));

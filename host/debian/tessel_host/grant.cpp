@@ -1,7 +1,6 @@
 #include "host/debian/tessel_host/grant.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "platform/base/system_error.h"
 #include "platform/base/text.h"
 #include "platform/files/access_list.h"
+#include "platform/process/accounts.h"
 #include "platform/process/as_user.h"
 #include "platform/process/console.h"
 
@@ -73,9 +73,10 @@ class Progress {
 };
 
 Result<uid_t> apacheUser() {
-  const passwd* account = ::getpwnam(kApacheUser);
-  if (account == nullptr) return Error{std::string("there is no user ") + kApacheUser};
-  return account->pw_uid;
+  const auto account = accountOf(kApacheUser);
+  if (!account) return account.error();
+  if (!*account) return Error{std::string("there is no user ") + kApacheUser};
+  return (*account)->user;
 }
 
 // The path without links; a folder that is gone keeps the path that was given.

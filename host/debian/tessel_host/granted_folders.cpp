@@ -25,7 +25,7 @@ Result<GrantedFolders> GrantedFolders::open() {
   auto lock = lockFile(kLock);
   if (!lock) return lock.error();
   GrantedFolders folders(*std::move(lock));
-  if (!FileManager().fileExistsAtPath(kFile)) return folders;
+  if (FileManager().isAbsent(kFile)) return folders;
   const auto list = PropertyList::load(kFile);
   if (!list) return Error{std::string(kFile) + " " + list.error().description};
   const auto value = list->value(kFolders);

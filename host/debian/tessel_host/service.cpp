@@ -21,7 +21,7 @@ constexpr const char* kApacheConfiguration = "httpd_tessel.conf";
 constexpr std::chrono::seconds kPatience{20};
 
 Result<PropertyList> readList(const char* path) {
-  if (!FileManager().fileExistsAtPath(path)) return PropertyList();
+  if (FileManager().isAbsent(path)) return PropertyList();
   return PropertyList::load(path);
 }
 

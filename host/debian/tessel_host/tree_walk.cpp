@@ -41,13 +41,15 @@ Result<Reader> read(int folder, const std::string& path) {
   return Reader(reader, ::closedir);
 }
 
-// The next name, null at the end.
+// The next name, null at the end, and with a number in errno when there is no reading on.
 const char* nextName(DIR* reader) {
-  while (const dirent* entry = ::readdir(reader)) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(reader);
+    if (entry == nullptr) return nullptr;
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") return entry->d_name;
   }
-  return nullptr;
 }
 
 }  // namespace
@@ -95,6 +97,7 @@ void walkTree(FileDescriptor folder, const std::string& path, const Visitor& vis
   while (!levels.empty()) {
     const char* name = nextName(levels.back().reader.get());
     if (name == nullptr) {
+      if (errno != 0) failed(systemError(shown(levels.back().path)));
       levels.pop_back();
       continue;
     }

@@ -45,15 +45,20 @@ Status setAttribute(const std::string& path, const char* name, const std::vector
   return isFull(errno) ? Status(systemError(name, errno)) : Status();
 }
 
-// The names of a file's extended attributes, those of its access lists among them.
-std::vector<std::string> attributeNames(const std::string& path) {
+// The names of a file's extended attributes, those of its access lists among them. None where the
+// file system has no such attributes.
+Result<std::vector<std::string>> attributeNames(const std::string& path) {
   std::vector<std::string> names;
-  const ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
-  if (size <= 0) return names;
-  std::string list(static_cast<size_t>(size), '\0');
-  const ssize_t listed = ::listxattr(path.c_str(), list.data(), list.size());
-  if (listed <= 0) return names;
-  list.resize(static_cast<size_t>(listed));
+  std::string list;
+  for (;;) {
+    const ssize_t size = ::listxattr(path.c_str(), list.data(), list.size());
+    if (size < 0 && errno == ENOTSUP) return names;
+    if (size < 0 && errno != ERANGE) return systemError("attributes cannot be listed", errno);
+    const bool isAll = size >= 0 && static_cast<size_t>(size) <= list.size();
+    // No room asks how much it takes, which may have become more when it is asked again.
+    list.resize(size >= 0 ? static_cast<size_t>(size) : 0);
+    if (isAll) break;
+  }
   for (size_t at = 0; at < list.size(); at += names.back().size() + 1) {
     names.emplace_back(list.c_str() + at);
   }
@@ -74,7 +79,8 @@ Status copyUserAttributes(const std::vector<std::string>& names, const std::stri
 }  // namespace
 
 Status copyUserAttributes(const std::string& from, const std::string& to) {
-  return copyUserAttributes(attributeNames(from), from, to);
+  const auto names = attributeNames(from);
+  return names ? copyUserAttributes(*names, from, to) : names.error();
 }
 
 Result<NewFile> NewFile::create(const FileDescriptor& folder, mode_t mode) {
@@ -156,19 +162,22 @@ void NewFile::keepRights(AccessList& list, const FileStatus& replaced) const {
 Status NewFile::takeAttributesOf(const FileDescriptor& item, const FileStatus& status) {
   const std::string from = descriptorPath(item.get());
   const auto names = attributeNames(from);
+  if (!names) return names.error();
   const auto own = statusOf(file_.get());
   if (!own) return own.error();
   if (own->group != status.group) {
     // The kernel lets this process give away a file to groups that it is in.
     [[maybe_unused]] const int given = ::fchown(file_.get(), static_cast<uid_t>(-1), status.group);
   }
-  if (std::find(names.begin(), names.end(), kAccessList) != names.end()) {
+  if (std::find(names->begin(), names->end(), kAccessList) != names->end()) {
     const auto bytes = attribute(from, kAccessList);
+    // Without its list, the mode would let the group do what it lets others do at most.
+    if (!bytes && bytes.error().code != ENODATA) return bytes.error();
     auto list = bytes ? AccessList::fromBytes({bytes->data(), bytes->size()}) : bytes.error();
     if (list) {
       keepRights(*list, status);
       if (Status set = setAccessList(file_.get(), *list); !set) return set;
-      return copyUserAttributes(names, from, descriptorPath(file_.get()));
+      return copyUserAttributes(*names, from, descriptorPath(file_.get()));
     }
   }
   // The folder may have given it a list.
@@ -178,7 +187,7 @@ Status NewFile::takeAttributesOf(const FileDescriptor& item, const FileStatus& s
   if ((own->mode & kAllModeBits) != mode && ::fchmod(file_.get(), mode) != 0) {
     return systemError("the mode cannot be set", errno);
   }
-  return copyUserAttributes(names, from, descriptorPath(file_.get()));
+  return copyUserAttributes(*names, from, descriptorPath(file_.get()));
 }
 
 bool NewFile::link(const std::string& name) const {
