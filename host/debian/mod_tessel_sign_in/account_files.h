@@ -11,7 +11,7 @@ namespace tessel {
 inline constexpr const char* kShadowFile = "/etc/shadow";
 
 // What tells that a file is the one that it was: device, inode, size and times in nanoseconds. All
-// 0 for a file that is not there.
+// 0 for a file that is not there or cannot be looked at.
 using FileStamp = std::array<std::int64_t, 5>;
 FileStamp fileStamp(const char* path);
 
@@ -20,8 +20,8 @@ struct AccountStamps {
   bool operator==(const AccountStamps&) const = default;
 };
 
-// Looks at the files once in four milliseconds at most, because every request asks. Any number of
-// threads may call it.
+// Does not look at the files again when that was just now (isRecent()), because every request asks.
+// Any number of threads may call it.
 class AccountFiles {
  public:
   AccountStamps stamps();

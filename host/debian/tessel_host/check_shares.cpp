@@ -1,11 +1,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <string_view>
 
 #include "host/debian/tessel_host/checks.h"
 #include "host/debian/tessel_host/folder_access.h"
+#include "platform/base/system_error.h"
 #include "platform/base/text.h"
 #include "platform/directory/directory.h"
 #include "platform/directory/record_name.h"
@@ -36,6 +38,11 @@ std::vector<ServedShare> servedShares(const DirectoryNode& node, Findings& findi
   for (const DirectoryRecord& record : *records) {
     const std::string where = shown(record.path());
     const auto details = record.details();
+    if (!details && details.error().code != 0 && !isAbsence(details.error().code)) {
+      warn(findings, where, shown(details.error().description) + ", so it cannot be served",
+           "Mend that; until then Apache answers with an error");
+      continue;
+    }
     if (!details) {
       warn(findings, where, "it is no record: " + shown(details.error().description), kMendRecord);
       continue;
@@ -89,6 +96,11 @@ std::string takeText(std::string_view& texts) {
 
 void checkShares(Findings& findings) {
   const auto node = openLocalNode();
+  if (!node && !isAbsence(node.error().code)) {
+    notServing(findings, "/var/lib/directory/local", std::strerror(node.error().code),
+               "Mend that; until then Apache answers with an error");
+    return;
+  }
   if (!node) {
     warn(findings, "/var/lib/directory/local", "the host's directory service is missing",
          "Run: mkdir -p /var/lib/directory/local");

@@ -17,6 +17,7 @@
 #include "host/debian/tessel_host/folder_access.h"
 #include "host/debian/tessel_host/granted_folders.h"
 #include "host/debian/tessel_host/service.h"
+#include "platform/base/system_error.h"
 #include "platform/base/text.h"
 #include "platform/directory/directory.h"
 #include "platform/process/as_user.h"
@@ -143,6 +144,9 @@ std::vector<SharePoint> sharedFolders() {
   std::vector<SharePoint> shares;
   const auto node = openLocalNode();
   const auto records = node ? node->sharePoints() : node.error();
+  if (!records && !isAbsence(records.error().code)) {
+    printErrorLine("tessel-host: the shares are not named: " + shown(records.error().description));
+  }
   if (!records) return shares;
   for (const DirectoryRecord& record : *records) {
     const auto details = record.details();
