@@ -50,6 +50,19 @@ TEST(ShareFailure, NothingIsOverwrittenThatIsNoRecord) {
   }
 }
 
+TEST(ShareFailure, NothingIsOverwrittenThatCannotBeLookedAt) {
+  ShareHost host;
+  host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot be traced as well
+  host.record("Projects.plist", kEntries);
+  const std::string before = host.read(kFile);
+  expectFailure(host.shell("strace -qq -o /tmp/trace -P " + kFile +
+                           " -e trace=newfstatat "
+                           "-e inject=newfstatat:error=EIO tesselctl share /srv/Projects"),
+                "No existing share point named Projects\n",
+                {"Cannot create new record", "cannot look at " + kFile + ": Input/output error"});
+  EXPECT_EQ(host.read(kFile), before);
+}
+
 TEST(ShareFailure, ARecordIsNeverMadeUnreadable) {
   ShareHost host;
   const std::string refusal = "Cannot set attribute value:cannot write " + kFile + ": ";

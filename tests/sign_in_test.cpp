@@ -213,7 +213,7 @@ TEST(OpenAccounts, AreThoseWithoutAPassword) {
 
 TEST(AccountFiles, MayHaveAnyTime) {
   const std::string file = testing::TempDir() + "/times";
-  std::ofstream{file};
+  std::ofstream(file) << "";
   for (const std::time_t seconds : {std::time_t{20'000'000'000}, std::time_t{-20'000'000'000}}) {
     const std::array<timespec, 2> times{timespec{seconds, 1}, timespec{seconds, 1}};
     if (::utimensat(AT_FDCWD, file.c_str(), times.data(), 0) != 0) GTEST_SKIP();

@@ -47,7 +47,7 @@ Result<bool> Memberships::isMember(const std::string& user, const std::string& g
       return found->second.isMember;
     }
   }
-  const auto isMember = lookUpMember(user, group);
+  auto isMember = lookUpMember(user, group);
   if (!isMember) return isMember;
   const std::int64_t changed =
       std::max({stamps.passwd.back(), stamps.group.back(), stamps.nsswitch.back()}) / kNanoseconds;
