@@ -71,8 +71,8 @@ Status findFolder(const char* path) {
 
 // The names of the record files in byte order.
 Result<std::vector<std::string>> recordFiles() {
+  if (FileManager().isAbsent(kSharePoints)) return std::vector<std::string>();
   auto names = FileManager().contentsOfDirectory(kSharePoints);
-  if (!names && isAbsence(names.error().code)) return std::vector<std::string>();
   if (!names) return names.error();
   std::erase_if(*names, [](const std::string& name) { return !isRecordFileName(name); });
   std::sort(names->begin(), names->end());
