@@ -21,6 +21,7 @@
 struct dav_stream {
   dav_resource* resource;
   tessel::NewFile file;
+  std::vector<tessel::Lock> locks;  // that held at the beginning, and were looked at by mod_dav
   std::string buffered;
 };
 
@@ -119,7 +120,9 @@ dav_error* openStream(const dav_resource* constant, dav_stream_mode mode, dav_st
         return fileError(resource->pool, back.error(), "The file cannot be written");
       }
     }
-    *stream = new dav_stream{resource, *std::move(file), {}};
+    auto locks = stateOf(resource).locks(fileOf(resource));
+    if (!locks) return stateError(resource->info->request, locks.error());
+    *stream = new dav_stream{resource, *std::move(file), *std::move(locks), {}};
     apr_pool_cleanup_register(resource->pool, *stream, discardStream, apr_pool_cleanup_null);
     readAhead(resource->info->request);
     return nullptr;
@@ -181,8 +184,7 @@ bool isConditional(const request_rec* request) {
 }
 
 // Whether that still stands there, after an upload that may have taken long.
-bool isUnchanged(const Place& place) {
-  const auto now = statusIn(place.folder.get(), place.name.c_str());
+bool isUnchanged(const Place& place, const Result<FileStatus>& now) {
   if (!place.exists()) return !now && now.error().code == ENOENT;
   return now && now->identity.isSameFile(place.status.identity) && now->size == place.status.size &&
          now->modified == place.status.modified;
@@ -191,6 +193,18 @@ bool isUnchanged(const Place& place) {
 dav_error* hasChanged(const dav_resource* resource) {
   return dav_new_error(resource->pool, HTTP_PRECONDITION_FAILED, 0, 0,
                        "The file has changed during the upload.");
+}
+
+// Whether somebody has locked what stands there now, or its name, during the upload.
+Result<bool> isLockedMeanwhile(const dav_stream* stream, const Result<FileStatus>& now) {
+  File file = fileOf(stream->resource);
+  file.identity = now ? now->identity : FileIdentity();
+  const auto locks = stateOf(stream->resource).locks(file);
+  if (!locks) return locks.error();
+  return std::any_of(locks->begin(), locks->end(), [stream](const Lock& lock) {
+    return std::none_of(stream->locks.begin(), stream->locks.end(),
+                        [&lock](const Lock& known) { return known.token == lock.token; });
+  });
 }
 
 dav_error* publish(dav_stream* stream) {
@@ -207,8 +221,15 @@ dav_error* publish(dav_stream* stream) {
   if (Status set = setTime(request, file); !set) return writeError(stream, set);
   const auto made = statusOf(file.descriptor().get());
   if (!made) return writeError(stream, made.error());
+  const auto now = statusIn(place.folder.get(), place.name.c_str());
   const bool isBound = isConditional(request);
-  if (isBound && !isUnchanged(place)) return hasChanged(resource);
+  if (isBound && !isUnchanged(place, now)) return hasChanged(resource);
+  const auto isLocked = isLockedMeanwhile(stream, now);
+  if (!isLocked) return stateError(request, isLocked.error());
+  if (*isLocked) {
+    return dav_new_error(resource->pool, HTTP_LOCKED, 0, 0,
+                         "The file has been locked during the upload.");
+  }
   State& state = stateOf(resource);
   File known = fileOf(resource);
   const auto isKnown = state.willReplace(known, made->identity);
@@ -220,9 +241,9 @@ dav_error* publish(dav_stream* stream) {
   if (!published) return writeError(stream, published);
   known.identity = made->identity;
   if (*isKnown) (void)state.settle(known);
-  Place& now = resource->info->found.target;
-  now.status = *made;
-  now.item = file.release();
+  Place& target = resource->info->found.target;
+  target.status = *made;
+  target.item = file.release();
   resource->info->file = std::move(known);
   return nullptr;
 }
