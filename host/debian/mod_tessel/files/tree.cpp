@@ -151,6 +151,9 @@ class Copier {
     return made;
   }
 
+  // To be told before the copy is shown, which may be refused then.
+  Status isComplete() const { return events_.willShow ? events_.willShow() : Status(); }
+
  private:
   Status copyFolder(const Place& from, const FileDescriptor& folder, const std::string& name,
                     const std::string& below, int depth) {
@@ -256,7 +259,9 @@ Status takeAway(const Place& place) {
 Status copyAndShow(const Place& from, const Place& to, Copier& copier) {
   if (from.status.isFile() && (!to.exists() || !to.status.isFolder())) {
     auto made = copier.copyOfFile(from, to.folder, to.exists() ? &to : nullptr, "");
-    return made ? made->publish(to.name, to.exists()) : made.error();
+    if (!made) return made.error();
+    if (Status ready = copier.isComplete(); !ready) return ready;
+    return made->publish(to.name, to.exists());
   }
   if (to.exists()) {
     if (Status removable = checkRemovable(to); !removable) return removable;
@@ -266,6 +271,7 @@ Status copyAndShow(const Place& from, const Place& to, Copier& copier) {
   if (Status copied = copier.copy(from, hidden->descriptor(), kContent, "", 0); !copied) {
     return copied;
   }
+  if (Status ready = copier.isComplete(); !ready) return ready;
   return show(hidden->descriptor(), kContent, to);
 }
 

@@ -18,6 +18,8 @@ struct TreeEvents {
   std::function<Status(const std::string& below, const FileIdentity& from,
                        const FileIdentity& made)>
       copied;
+  // Of what is copied, once it is complete and before it takes its place.
+  std::function<Status()> willShow;
   // Of a move that is a rename.
   std::function<Status()> willRename;
   std::function<void()> didNotRename;

@@ -13,6 +13,7 @@
 #include "host/debian/mod_tessel/etag.h"
 #include "host/debian/mod_tessel/files/new_file.h"
 #include "host/debian/mod_tessel/files/tree.h"
+#include "host/debian/mod_tessel/provider/new_locks.h"
 #include "host/debian/mod_tessel/provider/read_ahead.h"
 #include "host/debian/mod_tessel/provider/resource.h"
 #include "host/debian/mod_tessel/provider/walk.h"
@@ -21,7 +22,7 @@
 struct dav_stream {
   dav_resource* resource;
   tessel::NewFile file;
-  std::vector<tessel::Lock> locks;  // that held at the beginning, and were looked at by mod_dav
+  tessel::NewLocks newLocks;
   std::string buffered;
 };
 
@@ -120,9 +121,9 @@ dav_error* openStream(const dav_resource* constant, dav_stream_mode mode, dav_st
         return fileError(resource->pool, back.error(), "The file cannot be written");
       }
     }
-    auto locks = stateOf(resource).locks(fileOf(resource));
-    if (!locks) return stateError(resource->info->request, locks.error());
-    *stream = new dav_stream{resource, *std::move(file), *std::move(locks), {}};
+    auto newLocks = NewLocks::since(resource);
+    if (!newLocks) return stateError(resource->info->request, newLocks.error());
+    *stream = new dav_stream{resource, *std::move(file), *std::move(newLocks), {}};
     apr_pool_cleanup_register(resource->pool, *stream, discardStream, apr_pool_cleanup_null);
     readAhead(resource->info->request);
     return nullptr;
@@ -184,7 +185,8 @@ bool isConditional(const request_rec* request) {
 }
 
 // Whether that still stands there, after an upload that may have taken long.
-bool isUnchanged(const Place& place, const Result<FileStatus>& now) {
+bool isUnchanged(const Place& place) {
+  const auto now = statusIn(place.folder.get(), place.name.c_str());
   if (!place.exists()) return !now && now.error().code == ENOENT;
   return now && now->identity.isSameFile(place.status.identity) && now->size == place.status.size &&
          now->modified == place.status.modified;
@@ -193,18 +195,6 @@ bool isUnchanged(const Place& place, const Result<FileStatus>& now) {
 dav_error* hasChanged(const dav_resource* resource) {
   return dav_new_error(resource->pool, HTTP_PRECONDITION_FAILED, 0, 0,
                        "The file has changed during the upload.");
-}
-
-// Whether somebody has locked what stands there now, or its name, during the upload.
-Result<bool> isLockedMeanwhile(const dav_stream* stream, const Result<FileStatus>& now) {
-  File file = fileOf(stream->resource);
-  file.identity = now ? now->identity : FileIdentity();
-  const auto locks = stateOf(stream->resource).locks(file);
-  if (!locks) return locks.error();
-  return std::any_of(locks->begin(), locks->end(), [stream](const Lock& lock) {
-    return std::none_of(stream->locks.begin(), stream->locks.end(),
-                        [&lock](const Lock& known) { return known.token == lock.token; });
-  });
 }
 
 dav_error* publish(dav_stream* stream) {
@@ -221,14 +211,10 @@ dav_error* publish(dav_stream* stream) {
   if (Status set = setTime(request, file); !set) return writeError(stream, set);
   const auto made = statusOf(file.descriptor().get());
   if (!made) return writeError(stream, made.error());
-  const auto now = statusIn(place.folder.get(), place.name.c_str());
   const bool isBound = isConditional(request);
-  if (isBound && !isUnchanged(place, now)) return hasChanged(resource);
-  const auto isLocked = isLockedMeanwhile(stream, now);
-  if (!isLocked) return stateError(request, isLocked.error());
-  if (*isLocked) {
-    return dav_new_error(resource->pool, HTTP_LOCKED, 0, 0,
-                         "The file has been locked during the upload.");
+  if (isBound && !isUnchanged(place)) return hasChanged(resource);
+  if (Status unlocked = stream->newLocks.check(); !unlocked) {
+    return stateError(request, unlocked.error());
   }
   State& state = stateOf(resource);
   File known = fileOf(resource);
@@ -241,9 +227,9 @@ dav_error* publish(dav_stream* stream) {
   if (!published) return writeError(stream, published);
   known.identity = made->identity;
   if (*isKnown) (void)state.settle(known);
-  Place& target = resource->info->found.target;
-  target.status = *made;
-  target.item = file.release();
+  Place& now = resource->info->found.target;
+  now.status = *made;
+  now.item = file.release();
   resource->info->file = std::move(known);
   return nullptr;
 }
@@ -314,6 +300,8 @@ dav_error* copyResource(const dav_resource* source, dav_resource* destination, i
                         dav_response** /*response*/) {
   return guarded(source->pool, [&]() -> dav_error* {
     if (dav_error* error = checkDestination(destination); error != nullptr) return error;
+    const auto newLocks = NewLocks::since(destination);
+    if (!newLocks) return stateError(source->info->request, newLocks.error());
     State& state = stateOf(source);
     const File from = fileOf(source);
     const File to = fileOf(destination);
@@ -325,6 +313,7 @@ dav_error* copyResource(const dav_resource* source, dav_resource* destination, i
           state.willCopy(File{from.path + below, old, {}}, File{to.path + below, made, {}});
       return stateFailure;
     };
+    events.willShow = [&] { return stateFailure = newLocks->check(); };
     Status copied =
         copyItem(source->info->found.target, destination->info->found.target, depth != 0, events);
     if (!copied) {
@@ -342,6 +331,11 @@ dav_error* moveResource(dav_resource* source, dav_resource* destination,
   return guarded(source->pool, [&]() -> dav_error* {
     if (dav_error* error = checkDestination(destination); error != nullptr) return error;
     const dav_resource_private& info = *source->info;
+    const auto newLocks = NewLocks::since(destination);
+    const auto newLocksOfSource = NewLocks::since(source);
+    for (const auto* locks : {&newLocks, &newLocksOfSource}) {
+      if (!*locks) return stateError(info.request, locks->error());
+    }
     State& state = stateOf(source);
     const File from = fileOf(source);
     const File to = fileOf(destination);
@@ -358,6 +352,11 @@ dav_error* moveResource(dav_resource* source, dav_resource* destination,
         return stateFailure;
       };
     }
+    events.willShow = [&] {
+      stateFailure = newLocks->check();
+      if (stateFailure) stateFailure = newLocksOfSource->check();
+      return stateFailure;
+    };
     Status moved = moveItem(placeOf(info), destination->info->found.target, events);
     if (!moved) {
       if (!stateFailure) return stateError(info.request, stateFailure.error());
