@@ -253,7 +253,8 @@ std::optional<Moment> Database::moment() const {
   Moment second{};
   for (std::uint32_t& copied : first) copied = __atomic_load_n(word++, __ATOMIC_ACQUIRE);
   for (std::uint32_t& copied : second) copied = __atomic_load_n(word++, __ATOMIC_ACQUIRE);
-  if (first != second) return std::nullopt;
+  const bool isBegun = first.front() != 0;  // the format's version
+  if (!isBegun || first != second) return std::nullopt;
   return first;
 }
 
