@@ -55,8 +55,8 @@ TEST(ShareFailure, NothingIsOverwrittenThatCannotBeLookedAt) {
   host.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");  // it cannot be traced as well
   host.record("Projects.plist", kEntries);
   const std::string before = host.read(kFile);
-  // Which of these a program calls is the C library's choice.
-  const std::string calls = "newfstatat,?stat,?lstat";
+  // By which of these an open file is looked at is the C library's choice.
+  const std::string calls = "newfstatat,fstat";
   expectFailure(host.shell("strace -qq -o /tmp/trace -P " + kFile + " -e trace=" + calls +
                            " -e inject=" + calls + ":error=EIO tesselctl share /srv/Projects"),
                 "No existing share point named Projects\n",
