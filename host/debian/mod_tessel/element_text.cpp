@@ -12,14 +12,8 @@ namespace {
 // With white space that a reader would take for blanks.
 void appendAttributeValue(std::string& text, std::string_view bytes) {
   text += '"';
-  for (const char c : bytes) {
+  for (const char& c : bytes) {
     switch (c) {
-      case '&':
-        text += "&amp;";
-        break;
-      case '<':
-        text += "&lt;";
-        break;
       case '"':
         text += "&quot;";
         break;
@@ -29,11 +23,8 @@ void appendAttributeValue(std::string& text, std::string_view bytes) {
       case '\n':
         text += "&#10;";
         break;
-      case '\r':
-        text += "&#13;";
-        break;
       default:
-        text += c;
+        appendEscapedText(text, {&c, 1});
     }
   }
   text += '"';

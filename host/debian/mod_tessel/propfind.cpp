@@ -80,6 +80,11 @@ int refuse(request_rec* request, const Output& output, const Error& error) {
   return httpStatusOf(error.code);
 }
 
+// For what is there and cannot be looked at.
+void appendFailure(std::string& text, std::string_view href, const Error& error) {
+  PropertyAnswer::appendFailure(text, href, ap_get_status_line(httpStatusOf(error.code)));
+}
+
 struct Kept {
   std::vector<Property> properties;
   std::vector<Lock> locks;
@@ -248,8 +253,7 @@ class FolderListing {
     if (!listed) {
       href_ = base_;
       appendPercentEncoded(href_, entry.name);
-      const char* status = ap_get_status_line(httpStatusOf(listed.error().code));
-      PropertyAnswer::appendFailure(output_.text(), href_, status);
+      appendFailure(output_.text(), href_, listed.error());
       return {};
     }
     if (!*listed) return {};
@@ -400,8 +404,7 @@ int listShares(request_rec* request, ShareRequest& share, PropertyAnswer& answer
     if (status ? !status->isFolder() : !isFailure(status.error().code)) continue;
     const std::string href = base + percentEncoded(name) + "/";
     if (!status) {
-      const char* line = ap_get_status_line(httpStatusOf(status.error().code));
-      PropertyAnswer::appendFailure(output.text(), href, line);
+      appendFailure(output.text(), href, status.error());
       continue;
     }
     ListedItem item;
